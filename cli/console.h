@@ -1,0 +1,16 @@
+#pragma once
+
+#include "core/status.h"
+
+namespace nw {
+
+/// The run's status: 0 at start, the status of the last core call a handler made, -1 after the
+/// usage text, 0x80000001 when the core could not be reached. The exit code of the process.
+extern Status LastStatus;
+
+/// Formats a wide printf-style text (the conventions of format.h) and writes it, as UTF-8, to
+/// the C runtime's standard output in one write. Returns the number of characters formatted, or
+/// a negative value when the write failed. Nothing is buffered between calls beyond stdio.
+int ConsolePrint(const wchar_t* format, ...);
+
+}  // namespace nw

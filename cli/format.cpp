@@ -1,0 +1,567 @@
+#include "cli/format.h"
+
+#include <algorithm>
+#include <charconv>
+#include <climits>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <type_traits>
+
+namespace nw {
+namespace {
+
+constexpr char32_t kReplacement = 0xFFFD;
+// Windows hosts store wide text as UTF-16; everyone else as UTF-32.
+constexpr bool kUtf16 = sizeof(wchar_t) == 2;
+
+using WideUnit = std::make_unsigned_t<wchar_t>;
+
+bool IsSurrogate(char32_t c) { return c >= 0xD800 && c <= 0xDFFF; }
+
+// Reads one code point of wide text at p and advances p past it. end bounds the text; nullptr
+// means the text runs to its terminator, so the unit after a high surrogate is always readable.
+char32_t NextWide(const wchar_t*& p, const wchar_t* end) {
+  const char32_t c = static_cast<WideUnit>(*p++);
+  if constexpr (kUtf16) {
+    if (c >= 0xD800 && c <= 0xDBFF && p != end) {
+      const char32_t low = static_cast<WideUnit>(*p);
+      if (low >= 0xDC00 && low <= 0xDFFF) {
+        ++p;
+        return 0x10000 + ((c - 0xD800) << 10) + (low - 0xDC00);
+      }
+    }
+    return IsSurrogate(c) ? kReplacement : c;
+  } else {
+    return c > 0x10FFFF || IsSurrogate(c) ? kReplacement : c;
+  }
+}
+
+// Reads one code point of UTF-8 at p (p != end) and advances p. A byte that does not start a
+// well-formed sequence yields U+FFFD and is skipped alone, so each bad byte costs one U+FFFD.
+char32_t NextUtf8(const char*& p, const char* end) {
+  const unsigned char lead = static_cast<unsigned char>(*p++);
+  if (lead < 0x80) return lead;
+  int extra;
+  char32_t c;
+  char32_t min;
+  if (lead >= 0xC2 && lead <= 0xDF) {
+    extra = 1, c = lead & 0x1F, min = 0x80;
+  } else if (lead >= 0xE0 && lead <= 0xEF) {
+    extra = 2, c = lead & 0x0F, min = 0x800;
+  } else if (lead >= 0xF0 && lead <= 0xF4) {
+    extra = 3, c = lead & 0x07, min = 0x10000;
+  } else {
+    return kReplacement;
+  }
+  const char* q = p;
+  for (; extra > 0; --extra, ++q) {
+    if (q == end || (static_cast<unsigned char>(*q) & 0xC0) != 0x80) return kReplacement;
+    c = (c << 6) | (static_cast<unsigned char>(*q) & 0x3F);
+  }
+  if (c < min || c > 0x10FFFF || IsSurrogate(c)) return kReplacement;
+  p = q;
+  return c;
+}
+
+void AppendUtf8(std::string& out, char32_t c) {
+  if (c < 0x80) return out.push_back(static_cast<char>(c));
+  const std::size_t n = c < 0x800 ? 2 : c < 0x10000 ? 3 : 4;
+  char bytes[4];
+  for (std::size_t i = n - 1; i > 0; --i, c >>= 6) bytes[i] = static_cast<char>(0x80 | (c & 0x3F));
+  bytes[0] = static_cast<char>(((0xFF00 >> n) & 0xFF) | c);  // 110xxxxx, 1110xxxx or 11110xxx
+  out.append(bytes, n);
+}
+
+std::size_t WideUnits(char32_t c) { return kUtf16 && c >= 0x10000 ? 2 : 1; }
+
+void AppendWide(std::wstring& out, char32_t c) {
+  if constexpr (kUtf16) {
+    if (c >= 0x10000) {
+      c -= 0x10000;
+      out.push_back(static_cast<wchar_t>(0xD800 + (c >> 10)));
+      out.push_back(static_cast<wchar_t>(0xDC00 + (c & 0x3FF)));
+      return;
+    }
+  }
+  out.push_back(static_cast<wchar_t>(c));
+}
+
+// Collects UTF-8 and counts the wide characters the same text has, which is what the console
+// reports as the length of a line.
+struct Utf8Sink {
+  std::string& out;
+  std::size_t units = 0;
+
+  void Ascii(std::string_view text) {
+    out.append(text);
+    units += text.size();
+  }
+  void Fill(char c, std::size_t n) {
+    out.append(n, c);
+    units += n;
+  }
+  void CodePoint(char32_t c) {
+    AppendUtf8(out, c);
+    units += WideUnits(c);
+  }
+  // Narrow text is already UTF-8 (or whatever the caller meant): its bytes go out untouched.
+  void Narrow(std::string_view text) {
+    out.append(text);
+    for (const char *p = text.data(), *end = p + text.size(); p != end;) {
+      units += WideUnits(NextUtf8(p, end));
+    }
+  }
+};
+
+struct WideSink {
+  std::wstring& out;
+
+  void Ascii(std::string_view text) { out.append(text.begin(), text.end()); }
+  void Fill(char c, std::size_t n) { out.append(n, static_cast<wchar_t>(c)); }
+  void CodePoint(char32_t c) { AppendWide(out, c); }
+  void Narrow(std::string_view text) {
+    for (const char *p = text.data(), *end = p + text.size(); p != end;) {
+      AppendWide(out, NextUtf8(p, end));
+    }
+  }
+};
+
+// Wrapped so that helpers can share one argument cursor.
+struct Args {
+  va_list ap;
+};
+
+enum class Length { kDefault, kChar, kShort, kLong, kLongLong, kSize };
+
+struct Spec {
+  bool left = false;
+  bool plus = false;
+  bool space = false;
+  bool alt = false;
+  bool zero = false;
+  int width = 0;
+  int precision = -1;  // -1 when none was given
+};
+
+bool ApplyFlag(Spec& spec, int c) {
+  bool* flag = c == '-'   ? &spec.left
+               : c == '+' ? &spec.plus
+               : c == ' ' ? &spec.space
+               : c == '#' ? &spec.alt
+               : c == '0' ? &spec.zero
+                          : nullptr;
+  if (flag != nullptr) *flag = true;
+  return flag != nullptr;
+}
+
+template <class CharT>
+int ParseNumber(const CharT*& p) {
+  int n = 0;
+  for (; *p >= '0' && *p <= '9'; ++p) {
+    const int digit = static_cast<int>(*p - '0');
+    n = n > (INT_MAX - digit) / 10 ? INT_MAX : n * 10 + digit;
+  }
+  return n;
+}
+
+template <class CharT>
+Length ParseLength(const CharT*& p) {
+  const CharT c = *p;
+  if (c == 'h' || c == 'l') {
+    const bool doubled = *++p == c;
+    p += doubled;
+    if (c == 'h') return doubled ? Length::kChar : Length::kShort;
+    return doubled ? Length::kLongLong : Length::kLong;
+  }
+  if (c == 'j') return ++p, Length::kLongLong;
+  if (c == 'z' || c == 't') return ++p, Length::kSize;
+  if (c != 'I') return Length::kDefault;
+  if ((p[1] == '6' && p[2] == '4') || (p[1] == '3' && p[2] == '2')) {
+    p += 3;
+    return p[-1] == '4' ? Length::kLongLong : Length::kDefault;
+  }
+  ++p;
+  return Length::kSize;
+}
+
+// True when c is one of the ASCII characters in set.
+bool IsOneOf(int c, std::string_view set) {
+  return c > 0 && c < 0x80 && set.find(static_cast<char>(c)) != std::string_view::npos;
+}
+
+// "l" and "h" pick the text width explicitly; otherwise "%s" follows the format's own width.
+template <class CharT>
+bool TakesWideText(int conv, Length length) {
+  if (length == Length::kLong) return true;
+  if (length == Length::kShort) return false;
+  return conv == 'S' || conv == 'C' || std::is_same_v<CharT, wchar_t>;
+}
+
+// Callers pass 32-bit values unless they asked for more; a long is never read, as it is 32 bits
+// on the product's platform but may be 64 here.
+long long ReadSigned(Args& args, Length length) {
+  switch (length) {
+    case Length::kChar:
+      return static_cast<signed char>(va_arg(args.ap, int));
+    case Length::kShort:
+      return static_cast<short>(va_arg(args.ap, int));
+    case Length::kLongLong:
+      return va_arg(args.ap, long long);
+    case Length::kSize:
+      return static_cast<std::make_signed_t<std::size_t>>(va_arg(args.ap, std::size_t));
+    default:
+      return va_arg(args.ap, int);
+  }
+}
+
+unsigned long long ReadUnsigned(Args& args, Length length) {
+  switch (length) {
+    case Length::kChar:
+      return static_cast<unsigned char>(va_arg(args.ap, unsigned int));
+    case Length::kShort:
+      return static_cast<unsigned short>(va_arg(args.ap, unsigned int));
+    case Length::kLongLong:
+      return va_arg(args.ap, unsigned long long);
+    case Length::kSize:
+      return va_arg(args.ap, std::size_t);
+    default:
+      return va_arg(args.ap, unsigned int);
+  }
+}
+
+void ToUpperAscii(char* begin, char* end) {
+  for (; begin != end; ++begin) {
+    if (*begin >= 'a' && *begin <= 'z') *begin = static_cast<char>(*begin - 'a' + 'A');
+  }
+}
+
+// Pads what emit writes (length characters) to the field width.
+template <class Sink, class Emit>
+void Padded(Sink& sink, const Spec& spec, std::size_t length, Emit emit) {
+  const std::size_t width = static_cast<std::size_t>(spec.width);
+  const std::size_t pad = width > length ? width - length : 0;
+  if (!spec.left) sink.Fill(' ', pad);
+  emit();
+  if (spec.left) sink.Fill(' ', pad);
+}
+
+// A number is sign/prefix, leading zeros, then digits; with zero_fill the zeros take up the width.
+template <class Sink>
+void PutNumber(Sink& sink, const Spec& spec, std::string_view prefix, std::size_t zeros,
+               std::string_view body, bool zero_fill) {
+  const std::size_t width = static_cast<std::size_t>(spec.width);
+  std::size_t length = prefix.size() + zeros + body.size();
+  if (zero_fill && width > length) {
+    zeros += width - length;
+    length = width;
+  }
+  Padded(sink, spec, length, [&] {
+    sink.Ascii(prefix);
+    sink.Fill('0', zeros);
+    sink.Ascii(body);
+  });
+}
+
+template <class Sink>
+void PutInteger(Sink& sink, const Spec& spec, int conv, unsigned long long value, bool negative) {
+  const int base = conv == 'o' ? 8 : (conv == 'x' || conv == 'X') ? 16 : 10;
+  char digits[24];
+  std::size_t count = 0;
+  if (value != 0 || spec.precision != 0) {  // C prints no digit for a zero with precision 0
+    count = static_cast<std::size_t>(
+        std::to_chars(digits, digits + sizeof digits, value, base).ptr - digits);
+    if (conv == 'X') ToUpperAscii(digits, digits + count);
+  }
+  const std::size_t precision = spec.precision < 0 ? 0 : static_cast<std::size_t>(spec.precision);
+  std::size_t zeros = precision > count ? precision - count : 0;
+  char prefix[2];
+  std::size_t prefix_length = 0;
+  if (conv == 'd' || conv == 'i') {
+    if (negative) {
+      prefix[prefix_length++] = '-';
+    } else if (spec.plus || spec.space) {
+      prefix[prefix_length++] = spec.plus ? '+' : ' ';
+    }
+  } else if (spec.alt) {
+    if (base == 8 && zeros == 0 && (count == 0 || digits[0] != '0')) zeros = 1;
+    if (base == 16 && value != 0) {
+      prefix[prefix_length++] = '0';
+      prefix[prefix_length++] = static_cast<char>(conv);
+    }
+  }
+  PutNumber(sink, spec, {prefix, prefix_length}, zeros, {digits, count},
+            spec.zero && !spec.left && spec.precision < 0);
+}
+
+int ExponentOf(const char* begin, const char* end) {
+  const char* e = std::find(begin, end, 'e');
+  int exponent = 0;
+  if (e != end) std::from_chars(e + (e[1] == '+' ? 2 : 1), end, exponent);
+  return exponent;
+}
+
+// Drops the zeros that end the fraction of a mantissa (and a bare point), keeping any exponent.
+char* StripFractionZeros(char* begin, char* end) {
+  char* exponent = std::find(begin, end, 'e');
+  if (std::find(begin, exponent, '.') == exponent) return end;
+  char* cut = exponent;
+  while (cut[-1] == '0') --cut;
+  if (cut[-1] == '.') --cut;
+  std::memmove(cut, exponent, static_cast<std::size_t>(end - exponent));
+  return cut + (end - exponent);
+}
+
+// Writes a finite, non-negative value as C's conversion kind ('f', 'e', 'g' or 'a') would,
+// without the "0x" of 'a'. limit leaves room for the point that '#' may insert.
+char* FormatFloat(char* buf, char* limit, double value, int kind, int precision, bool alt) {
+  char* end;
+  switch (kind) {
+    case 'f':
+      end = std::to_chars(buf, limit, value, std::chars_format::fixed, precision).ptr;
+      break;
+    case 'e':
+      end = std::to_chars(buf, limit, value, std::chars_format::scientific, precision).ptr;
+      break;
+    case 'a':
+      end = precision < 0 ? std::to_chars(buf, limit, value, std::chars_format::hex).ptr
+                          : std::to_chars(buf, limit, value, std::chars_format::hex, precision).ptr;
+      break;
+    default: {
+      // %g: the exponent of the %e form decides between the fixed and the scientific form.
+      const int significant = precision == 0 ? 1 : precision;
+      end = std::to_chars(buf, limit, value, std::chars_format::scientific, significant - 1).ptr;
+      const int exponent = ExponentOf(buf, end);
+      if (exponent >= -4 && exponent < significant) {
+        end = std::to_chars(buf, limit, value, std::chars_format::fixed, significant - 1 - exponent)
+                  .ptr;
+      }
+      if (!alt) end = StripFractionZeros(buf, end);
+    }
+  }
+  if (alt) {
+    char* marker = std::find(buf, end, kind == 'a' ? 'p' : 'e');
+    if (std::find(buf, marker, '.') == marker) {
+      std::memmove(marker + 1, marker, static_cast<std::size_t>(end - marker));
+      *marker = '.';
+      ++end;
+    }
+  }
+  return end;
+}
+
+template <class Sink>
+void PutFloat(Sink& sink, const Spec& spec, int conv, double value) {
+  const bool upper = conv >= 'A' && conv <= 'Z';
+  const int kind = upper ? conv - 'A' + 'a' : conv;
+  char prefix[3];
+  std::size_t prefix_length = 0;
+  if (std::signbit(value)) {
+    prefix[prefix_length++] = '-';
+  } else if (spec.plus || spec.space) {
+    prefix[prefix_length++] = spec.plus ? '+' : ' ';
+  }
+  value = std::fabs(value);
+  if (!std::isfinite(value)) {
+    const char* text = std::isnan(value) ? (upper ? "NAN" : "nan") : (upper ? "INF" : "inf");
+    PutNumber(sink, spec, {prefix, prefix_length}, 0, {text, 3}, false);
+    return;
+  }
+  if (kind == 'a') {
+    prefix[prefix_length++] = '0';
+    prefix[prefix_length++] = upper ? 'X' : 'x';
+  }
+  const int precision = spec.precision >= 0 ? spec.precision : kind == 'a' ? -1 : 6;
+  // The fixed form of the largest double has 309 digits before the point.
+  char local[400];
+  std::string spill;
+  char* buf = local;
+  std::size_t capacity = sizeof local;
+  const std::size_t needed = 340 + static_cast<std::size_t>(precision < 0 ? 0 : precision);
+  if (needed > capacity) {
+    spill.resize(needed);
+    buf = spill.data();
+    capacity = needed;
+  }
+  char* end = FormatFloat(buf, buf + capacity - 1, value, kind, precision, spec.alt);
+  if (upper) ToUpperAscii(buf, end);
+  PutNumber(sink, spec, {prefix, prefix_length}, 0, {buf, static_cast<std::size_t>(end - buf)},
+            spec.zero && !spec.left);
+}
+
+template <class Sink>
+void PutPointer(Sink& sink, const Spec& spec, const void* pointer) {
+  unsigned long long bits = reinterpret_cast<std::uintptr_t>(pointer);
+  char text[16];
+  for (int i = 15; i >= 0; --i, bits >>= 4) text[i] = "0123456789ABCDEF"[bits & 0xF];
+  PutNumber(sink, spec, {}, 0, {text, sizeof text}, false);
+}
+
+template <class Sink>
+void PutNarrowString(Sink& sink, const Spec& spec, const char* text) {
+  if (text == nullptr) text = "(null)";
+  std::size_t length = 0;
+  if (spec.precision < 0) {
+    length = std::strlen(text);
+  } else {
+    // With a precision the text need not be terminated, so never look past it.
+    while (length < static_cast<std::size_t>(spec.precision) && text[length] != '\0') ++length;
+  }
+  Padded(sink, spec, length, [&] { sink.Narrow({text, length}); });
+}
+
+template <class Sink>
+void PutWideText(Sink& sink, const wchar_t* p, const wchar_t* end) {
+  while (p != end && *p != 0) sink.CodePoint(NextWide(p, end));
+}
+
+template <class Sink>
+void PutWideString(Sink& sink, const Spec& spec, const wchar_t* text) {
+  if (text == nullptr) return PutNarrowString(sink, spec, nullptr);
+  // Width and precision count code points; without either the text need not be measured.
+  const wchar_t* end = nullptr;
+  std::size_t count = 0;
+  if (spec.width > 0 || spec.precision >= 0) {
+    const std::size_t limit =
+        spec.precision < 0 ? SIZE_MAX : static_cast<std::size_t>(spec.precision);
+    end = text;
+    for (; count < limit && *end != 0; ++count) NextWide(end, nullptr);
+  }
+  Padded(sink, spec, count, [&] { PutWideText(sink, text, end); });
+}
+
+template <class Sink>
+void PutFormatText(Sink& sink, const char* begin, const char* end) {
+  sink.Narrow({begin, static_cast<std::size_t>(end - begin)});
+}
+
+template <class Sink>
+void PutFormatText(Sink& sink, const wchar_t* begin, const wchar_t* end) {
+  PutWideText(sink, begin, end);
+}
+
+// Prints one conversion; false when conv is not one this system knows.
+template <class CharT, class Sink>
+bool Convert(Sink& sink, const Spec& spec, Length length, int conv, Args& args) {
+  if (conv == '%') {
+    sink.Ascii("%");
+  } else if (conv == 'd' || conv == 'i') {
+    const long long value = ReadSigned(args, length);
+    const auto magnitude = static_cast<unsigned long long>(value);
+    PutInteger(sink, spec, conv, value < 0 ? 0 - magnitude : magnitude, value < 0);
+  } else if (IsOneOf(conv, "uxXo")) {
+    PutInteger(sink, spec, conv, ReadUnsigned(args, length), false);
+  } else if (conv == 'p') {
+    PutPointer(sink, spec, va_arg(args.ap, const void*));
+  } else if (IsOneOf(conv, "fFeEgGaA")) {
+    PutFloat(sink, spec, conv, va_arg(args.ap, double));
+  } else if (conv == 's' || conv == 'S') {
+    if (TakesWideText<CharT>(conv, length)) {
+      PutWideString(sink, spec, va_arg(args.ap, const wchar_t*));
+    } else {
+      PutNarrowString(sink, spec, va_arg(args.ap, const char*));
+    }
+  } else if (conv == 'c' || conv == 'C') {
+    const int value = va_arg(args.ap, int);
+    if (TakesWideText<CharT>(conv, length)) {
+      const wchar_t unit = static_cast<wchar_t>(value);
+      const wchar_t* q = &unit;
+      const char32_t c = NextWide(q, &unit + 1);
+      Padded(sink, spec, 1, [&] { sink.CodePoint(c); });
+    } else {
+      const char byte = static_cast<char>(value);
+      Padded(sink, spec, 1, [&] { sink.Narrow({&byte, 1}); });
+    }
+  } else {
+    return false;
+  }
+  return true;
+}
+
+template <class CharT, class Sink>
+void Format(Sink& sink, const CharT* format, va_list ap) {
+  if (format == nullptr) return;
+  Args args;
+  va_copy(args.ap, ap);
+  for (const CharT* p = format; *p != 0;) {
+    if (*p != '%') {
+      const CharT* run = p;
+      while (*p != 0 && *p != '%') ++p;
+      PutFormatText(sink, run, p);
+      continue;
+    }
+    const CharT* start = p++;
+    Spec spec;
+    while (ApplyFlag(spec, static_cast<int>(*p))) ++p;
+    if (*p == '*') {
+      ++p;
+      const int width = va_arg(args.ap, int);
+      spec.left |= width < 0;
+      spec.width = width == INT_MIN ? INT_MAX : width < 0 ? -width : width;
+    } else {
+      spec.width = ParseNumber(p);
+    }
+    if (*p == '.') {
+      ++p;
+      if (*p == '*') {
+        ++p;
+        const int precision = va_arg(args.ap, int);
+        spec.precision = precision < 0 ? -1 : precision;  // a negative one counts as none
+      } else {
+        spec.precision = ParseNumber(p);
+      }
+    }
+    const Length length = ParseLength(p);
+    if (Convert<CharT>(sink, spec, length, static_cast<int>(*p), args)) {
+      ++p;
+    } else {
+      // An unknown conversion, or a format that ends inside one, is printed as written; its
+      // last character is left to be printed as ordinary text.
+      PutFormatText(sink, start, p);
+    }
+  }
+  va_end(args.ap);
+}
+
+}  // namespace
+
+std::size_t AppendFormatUtf8Counted(std::string& out, const wchar_t* format, va_list args) {
+  Utf8Sink sink{out};
+  Format(sink, format, args);
+  return sink.units;
+}
+
+void AppendFormatUtf8(std::string& out, const wchar_t* format, va_list args) {
+  AppendFormatUtf8Counted(out, format, args);
+}
+
+void AppendFormatWide(std::wstring& out, const wchar_t* format, va_list args) {
+  WideSink sink{out};
+  Format(sink, format, args);
+}
+
+void AppendFormatNarrow(std::string& out, const char* format, va_list args) {
+  Utf8Sink sink{out};
+  Format(sink, format, args);
+}
+
+std::string WideToUtf8(std::wstring_view text) {
+  std::string out;
+  out.reserve(text.size());
+  const wchar_t* end = text.data() + text.size();
+  for (const wchar_t* p = text.data(); p != end;) AppendUtf8(out, NextWide(p, end));
+  return out;
+}
+
+std::wstring Utf8ToWide(std::string_view text) {
+  std::wstring out;
+  out.reserve(text.size());
+  WideSink sink{out};
+  sink.Narrow(text);
+  return out;
+}
+
+}  // namespace nw

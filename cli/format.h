@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstdarg>
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace nw {
+
+/// The system's printf conventions, identical on every host:
+///   in a wide format "%s" takes a wide string, "%hs" a narrow one, "%ls" and "%S" a wide one;
+///   in a narrow format "%s" takes a narrow string;
+///   "%d %i %u %x %X %o %c" take 32-bit values, "h" makes them 16-bit, "hh" 8-bit, and "l" keeps
+///   them 32-bit (long is 32 bits on the product's platform); "%I64d", "%I64x", "%lld" take
+///   64-bit values; "%zd", "%zu", "%Id" a size; "%p" prints a pointer as 16 upper-case hex
+///   digits; "%f", "%e", "%g" take a double; flags "-+ #0", width and precision (also "*").
+/// Wide text is converted to UTF-8; a character that is not a valid code point becomes U+FFFD.
+
+/// Appends the formatted text, as UTF-8, to out.
+void AppendFormatUtf8(std::string& out, const wchar_t* format, va_list args);
+/// As AppendFormatUtf8; returns how many wide characters the appended text has (the length that
+/// AppendFormatWide would append), so a caller can report it without converting back.
+std::size_t AppendFormatUtf8Counted(std::string& out, const wchar_t* format, va_list args);
+/// Appends the formatted text, as wide characters, to out.
+void AppendFormatWide(std::wstring& out, const wchar_t* format, va_list args);
+/// Narrow format ("%s" is a narrow string); appends UTF-8 (narrow text is passed through).
+void AppendFormatNarrow(std::string& out, const char* format, va_list args);
+
+std::string WideToUtf8(std::wstring_view text);
+/// Malformed UTF-8 bytes become U+FFFD.
+std::wstring Utf8ToWide(std::string_view text);
+
+}  // namespace nw

@@ -1,0 +1,21 @@
+# The emulated Windows host: every platform facility driven by the host state file.
+find_package(PkgConfig REQUIRED)
+find_package(nlohmann_json 3.10 REQUIRED)
+find_package(OpenSSL REQUIRED COMPONENTS Crypto)
+
+add_library(nw_debug_log STATIC platform/posix/debug_log_posix.cpp)
+target_include_directories(nw_debug_log PUBLIC ${CMAKE_SOURCE_DIR})
+target_link_libraries(nw_debug_log PUBLIC nw_format)
+
+add_library(nw_host_state STATIC sim/host/host_state.cpp sim/common/json_util.cpp)
+target_include_directories(nw_host_state PUBLIC ${CMAKE_SOURCE_DIR})
+target_link_libraries(nw_host_state PUBLIC nlohmann_json::nlohmann_json nw_format)
+
+add_library(nw_platform STATIC
+  platform/posix/paths_posix.cpp
+  platform/posix/library_posix.cpp
+  platform/posix/registry_posix.cpp
+  platform/posix/signature_posix.cpp
+  platform/posix/process_posix.cpp)
+target_include_directories(nw_platform PUBLIC ${CMAKE_SOURCE_DIR})
+target_link_libraries(nw_platform PUBLIC nw_debug_log nw_host_state OpenSSL::Crypto ${CMAKE_DL_LIBS})

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+
+namespace nw {
+
+/// A 16-byte identifier in the Windows GUID memory layout (the core passes these by address).
+struct Guid {
+  uint32_t Data1;
+  uint16_t Data2;
+  uint16_t Data3;
+  uint8_t Data4[8];
+};
+static_assert(sizeof(Guid) == 16);
+
+inline bool operator==(const Guid& a, const Guid& b) { return std::memcmp(&a, &b, sizeof a) == 0; }
+
+/// The identity under which netwarden registers with the core and unregisters.
+inline constexpr Guid PointProductId = {
+    0xEFDC4955, 0x59FD, 0x43CA, {0x95, 0xBA, 0x5D, 0xE8, 0x72, 0x72, 0x12, 0x46}};
+/// IControl, handed out by IRegisterPointProduct::Register.
+inline constexpr Guid ControlInterfaceId = {
+    0x9181CD33, 0x2825, 0x4A7F, {0xB7, 0xC5, 0x84, 0xF8, 0xD8, 0x2F, 0x35, 0x42}};
+/// IPolicyManager, handed out by IControl::GetPolicyManager.
+inline constexpr Guid PolicyManagerInterfaceId = {
+    0x44EEFC7C, 0xA76A, 0x4AF4, {0xAB, 0xD9, 0xC9, 0x33, 0xCA, 0xB6, 0x73, 0x61}};
+/// IHighPriorityIpListControl, handed out by IControl::GetHighPriorityIpListControl.
+inline constexpr Guid HighPriorityIpListInterfaceId = {
+    0xA68CACD6, 0x7AA6, 0x4B2A, {0x9D, 0x13, 0xA3, 0x4F, 0xD8, 0xD5, 0x0D, 0xDF}};
+
+}  // namespace nw

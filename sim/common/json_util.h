@@ -1,0 +1,60 @@
+#pragma once
+
+// Reading the simulator's JSON files (host state and core scenario) with errors that name the
+// file, the JSON path and what was expected there.
+
+#include <cstdint>
+#include <initializer_list>
+#include <string>
+#include <string_view>
+
+#include <nlohmann/json.hpp>
+
+namespace nw::sim {
+
+using Json = nlohmann::json;
+
+/// Parses a whole file. On failure returns false and sets *error to "<file>: <reason>".
+bool LoadJsonFile(const std::string& file, Json* doc, std::string* error);
+/// Parses text that stands for a file named source (used for built-in defaults).
+bool ParseJsonText(std::string_view text, const std::string& source, Json* doc,
+                   std::string* error);
+
+/// Walks a document and keeps the first error as "<source>: <path>: expected <what>".
+class JsonChecker {
+ public:
+  explicit JsonChecker(std::string source) : source_(std::move(source)) {}
+
+  bool ok() const { return error_.empty(); }
+  const std::string& error() const { return error_; }
+
+  /// Records a failure at path (the first one wins); always returns false.
+  bool Fail(const std::string& path, const std::string& expected);
+
+  /// An object whose keys are all among known (an empty list accepts any key).
+  bool Object(const Json& v, const std::string& path,
+              std::initializer_list<std::string_view> known = {});
+  bool String(const Json& v, const std::string& path, std::string* out);
+  bool WideString(const Json& v, const std::string& path, std::wstring* out);
+  bool Bool(const Json& v, const std::string& path, bool* out);
+  /// An unsigned integer no larger than max.
+  bool Unsigned(const Json& v, const std::string& path, uint64_t max, uint64_t* out);
+  /// A 32-bit status: an integer from -2147483648 to 4294967295, or a text "0x" followed by
+  /// one to eight hexadecimal digits.
+  bool Status(const Json& v, const std::string& path, int32_t* out);
+
+ private:
+  std::string source_;
+  std::string error_;
+};
+
+/// Joins a JSON path and a key ("/faults" + "Register" -> "/faults/Register").
+std::string JsonPath(const std::string& base, std::string_view key);
+std::string JsonPath(const std::string& base, size_t index);
+
+/// Replaces a file's contents atomically: writes a temporary file beside it, flushes it to disk
+/// and renames it over the old one. Returns false with *error set when any step fails, in which
+/// case the old file is untouched.
+bool WriteFileAtomically(const std::string& file, std::string_view contents, std::string* error);
+
+}  // namespace nw::sim

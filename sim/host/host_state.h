@@ -1,0 +1,60 @@
+#pragma once
+
+// The emulated Windows host behind the POSIX platform backend: registry, system directory,
+// loader behaviour, signature results and faults, read from the JSON file named by
+// NETWARDEN_HOST. Without that variable the host is empty: no registry values, loader
+// hardening available, every signature judged on the file itself.
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "sim/common/json_util.h"
+
+namespace nw::sim {
+
+struct RegistryValue {
+  std::wstring name;  // as written in the host file
+  uint32_t type = 0;
+  std::vector<uint8_t> data;  // strings: wchar_t text with its terminator
+};
+
+struct HostState {
+  /// Registry keys by their full path in upper case ("HKEY_LOCAL_MACHINE\\SOFTWARE\\..."); values
+  /// by their upper-case name.
+  std::map<std::wstring, std::map<std::wstring, RegistryValue>> registry;
+  std::wstring systemDirectory = L"C:\\Windows\\system32";
+  /// "present", "missing" or "fails".
+  std::string setDefaultDllDirectories = "present";
+  /// Library names present in the system directory (upper case), for the preload emulation.
+  std::vector<std::wstring> systemLibraries;
+  /// Verification results forced for a path (upper case, "\\" separators).
+  std::map<std::wstring, int32_t> signatureResults;
+  /// When not empty, only files with one of these SHA-256 digests (lower-case hex) are trusted.
+  std::vector<std::string> trustedSha256;
+  /// Fault injection by facility call name ("RegOpenKeyEx", "WSAStartup", ...).
+  std::map<std::string, int32_t> faults;
+
+  std::string file;  // empty: no host file
+  Json document;     // the file as read, so that writes keep what they do not change
+};
+
+/// Reads the host file named by NETWARDEN_HOST (once per process). Returns false with *error
+/// naming the file, the JSON path and what was expected there.
+bool LoadHostState(std::string* error);
+/// The loaded host; an empty host until LoadHostState succeeded.
+HostState& Host();
+/// Forgets the loaded host so that the next LoadHostState reads the variable again (tests).
+void ResetHostStateForTesting();
+
+/// Upper-cases the ASCII letters only, as the registry and file system compare names.
+std::wstring UpperAscii(std::wstring_view text);
+/// The fault injected for a call, if any.
+std::optional<int32_t> HostFault(const std::string& call);
+/// Stores a registry value and writes the host file back atomically (when there is one).
+bool SetHostRegistryValue(const std::wstring& keyPath, const RegistryValue& value,
+                          std::string* error);
+
+}  // namespace nw::sim

@@ -1,0 +1,346 @@
+#include "cli/loader.h"
+
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tests/unit/fake_platform.h"
+
+namespace nw {
+namespace {
+
+using testing::FakePlatform;
+
+const std::string kCurrent = "NCPrivateLoadAndValidateHPLDll: Looking in current directory\n";
+const std::string kExe = "NCPrivateLoadAndValidateHPLDll: Looking in EXE directory\n";
+
+std::string Rejection(const std::string& path, const std::string& status) {
+  return "NotComDllGetInterface: C:\\app\\netwarden.exe loading " + path +
+         ", WinVerifyTrust failed with " + status + "\n";
+}
+
+struct SearchCase {
+  const char* what;
+  std::optional<std::wstring> installDirectory;  // nullopt: no value
+  std::map<std::wstring, int32_t> files;         // path -> verification result
+  Status expectedStatus;
+  std::wstring expectedLoad;  // empty: nothing loaded
+  std::vector<std::string> expectedDebug;
+};
+
+class SearchOrder : public ::testing::TestWithParam<SearchCase> {};
+
+TEST_P(SearchOrder, FindsVerifiesAndLoads) {
+  const SearchCase& c = GetParam();
+  FakePlatform fake;
+  fake.registry.hasValue = c.installDirectory.has_value();
+  fake.registry.installDirectory = c.installDirectory.value_or(L"");
+  fake.trust.files = c.files;
+  for (const auto& file : c.files) fake.libraries.loadable.push_back(file.first);
+
+  LibraryLoadRequest request;
+  request.name = L"kvxfwctl.dll";
+  request.nameLength = 12;
+  const Status status = NCPrivateLoadAndValidateHPLDll(&request);
+
+  EXPECT_EQ(static_cast<uint32_t>(status), static_cast<uint32_t>(c.expectedStatus));
+  EXPECT_EQ(fake.process.debugLines, c.expectedDebug);
+  if (c.expectedLoad.empty()) {
+    EXPECT_TRUE(fake.libraries.loads.empty());
+    EXPECT_EQ(request.module, nullptr);
+    EXPECT_EQ(request.resolvedPath, nullptr);
+  } else {
+    ASSERT_EQ(fake.libraries.loads.size(), 1u);
+    EXPECT_EQ(fake.libraries.loads[0].path, c.expectedLoad);
+    EXPECT_EQ(fake.libraries.loads[0].flags, platform::kLoadWithAlteredSearchPath);
+    EXPECT_NE(request.module, nullptr);
+    ASSERT_NE(request.resolvedPath, nullptr);
+    EXPECT_EQ(std::wstring(request.resolvedPath), c.expectedLoad);
+  }
+  EXPECT_EQ(fake.registry.openKeys, 0) << "the install key was left open";
+  EXPECT_EQ(fake.registry.openAccess, 0x20219u);
+  EXPECT_EQ(fake.registry.openedSubKey, L"Software\\Korvane\\HostBase");
+  FreeResolvedPath(&request);
+}
+
+const std::wstring kInstalled = L"D:\\Product\\kvxfwctl.dll";
+const std::wstring kInCurrent = L"C:\\work\\kvxfwctl.dll";
+const std::wstring kBesideProgram = L"C:\\app\\kvxfwctl.dll";
+constexpr Status kNoSignature = static_cast<Status>(0x800B0100u);
+
+INSTANTIATE_TEST_SUITE_P(
+    Loader, SearchOrder,
+    ::testing::Values(
+        SearchCase{"only beside the program", std::nullopt, {{kBesideProgram, 0}}, 0,
+                   kBesideProgram, {kCurrent, kExe}},
+        SearchCase{"current directory before the program's", std::nullopt,
+                   {{kInCurrent, 0}, {kBesideProgram, 0}}, 0, kInCurrent, {kCurrent}},
+        SearchCase{"install directory first",
+                   L"D:\\Product",
+                   {{kInstalled, 0}, {kInCurrent, 0}, {kBesideProgram, 0}},
+                   0,
+                   kInstalled,
+                   {}},
+        SearchCase{"install directory without the library skips the current directory",
+                   L"D:\\Product",
+                   {{kInCurrent, 0}, {kBesideProgram, 0}},
+                   0,
+                   kBesideProgram,
+                   {kExe}},
+        SearchCase{"an untrusted library ends the search",
+                   L"D:\\Product",
+                   {{kInstalled, kNoSignature}, {kBesideProgram, 0}},
+                   kNoSignature,
+                   L"",
+                   {Rejection("D:\\Product\\kvxfwctl.dll", "800b0100")}},
+        SearchCase{"an untrusted library in the current directory ends the search",
+                   std::nullopt,
+                   {{kInCurrent, kNoSignature}, {kBesideProgram, 0}},
+                   kNoSignature,
+                   L"",
+                   {kCurrent, Rejection("C:\\work\\kvxfwctl.dll", "800b0100")}},
+        SearchCase{"expired certificate accepted", L"D:\\Product", {{kInstalled, kCertEExpired}},
+                   0, kInstalled, {}},
+        SearchCase{"failed revocation check accepted", L"D:\\Product",
+                   {{kInstalled, kCertERevocationFailure}}, 0, kInstalled, {}},
+        SearchCase{"verification disabled by policy accepted", L"D:\\Product",
+                   {{kInstalled, kCryptESecuritySettings}}, 0, kInstalled, {}},
+        SearchCase{"missing everywhere",
+                   std::nullopt,
+                   {},
+                   kCryptEFileError,
+                   L"",
+                   {kCurrent, kExe, Rejection("C:\\app\\kvxfwctl.dll", "80092003")}},
+        SearchCase{"directory that leaves no room for the name",
+                   L"C:\\" + std::wstring(247, L'd'),
+                   {{kInCurrent, 0}, {kBesideProgram, 0}},
+                   0,
+                   kBesideProgram,
+                   {kExe}},
+        SearchCase{"directory that just leaves room for the name",
+                   L"C:\\" + std::wstring(244, L'd'),
+                   {{L"C:\\" + std::wstring(244, L'd') + L"\\kvxfwctl.dll", 0}},
+                   0,
+                   L"C:\\" + std::wstring(244, L'd') + L"\\kvxfwctl.dll",
+                   {}},
+        SearchCase{"directory too long to read is a failed read",
+                   L"C:\\" + std::wstring(297, L'd'),
+                   {{kInCurrent, 0}},
+                   0,
+                   kInCurrent,
+                   {kCurrent}}),
+    [](const ::testing::TestParamInfo<SearchCase>& param) {
+      std::string name;
+      for (const char* p = param.param.what; *p != '\0'; ++p) {
+        name += std::isalnum(static_cast<unsigned char>(*p)) ? *p : '_';
+      }
+      return name;
+    });
+
+TEST(Loader, MissingFileAsTheVerifierOfSomeHostsReportsItAlsoMovesOn) {
+  FakePlatform fake;
+  fake.trust.missingResult = static_cast<Status>(kErrorFileNotFound);
+  fake.trust.files = {{kBesideProgram, 0}};
+  fake.libraries.loadable = {kBesideProgram};
+  LibraryLoadRequest request{L"kvxfwctl.dll", 12};
+  EXPECT_EQ(NCPrivateLoadAndValidateHPLDll(&request), 0);
+  EXPECT_EQ(fake.process.debugLines, (std::vector<std::string>{kCurrent, kExe}));
+  FreeResolvedPath(&request);
+}
+
+TEST(Loader, GivenPathIsTheOnlyPlaceLooked) {
+  FakePlatform fake;
+  fake.trust.files = {{kBesideProgram, 0}};
+  LibraryLoadRequest request{L"D:\\elsewhere\\kvxfwctl.dll", 25};
+  EXPECT_EQ(NCPrivateLoadAndValidateHPLDll(&request), kCryptEFileError);
+  EXPECT_EQ(fake.trust.verified, (std::vector<std::wstring>{L"D:\\elsewhere\\kvxfwctl.dll"}));
+  EXPECT_EQ(fake.process.debugLines,
+            (std::vector<std::string>{Rejection("D:\\elsewhere\\kvxfwctl.dll", "80092003")}));
+}
+
+TEST(Loader, RejectsBadNames) {
+  FakePlatform fake;
+  const std::wstring longName(32769, L'a');
+  struct {
+    const wchar_t* name;
+    uint64_t length;
+  } cases[] = {{nullptr, 5}, {L"x.dll", 0}, {longName.c_str(), 32769}};
+  for (const auto& c : cases) {
+    LibraryLoadRequest request{c.name, c.length};
+    EXPECT_EQ(NCPrivateLoadAndValidateHPLDll(&request), 87);
+    EXPECT_EQ(request.resolvedPath, nullptr);
+  }
+  EXPECT_TRUE(fake.trust.verified.empty());
+  EXPECT_EQ(NotComDllGetInterface(longName.c_str(), "x", nullptr), 87);
+}
+
+TEST(Loader, LoadFailureReturnsTheLoadersErrorAndNoPath) {
+  FakePlatform fake;
+  fake.trust.files = {{kBesideProgram, 0}};
+  fake.libraries.loadError = 193;
+  LibraryLoadRequest request{L"kvxfwctl.dll", 12};
+  EXPECT_EQ(NCPrivateLoadAndValidateHPLDll(&request), 193);
+  EXPECT_EQ(request.resolvedPath, nullptr);
+  EXPECT_EQ(request.module, nullptr);
+}
+
+TEST(Loader, CurrentDirectoryFailureIsRefusedWithTheNameAsThePathTried) {
+  FakePlatform fake;
+  fake.libraries.currentDirectoryError = 5;
+  fake.trust.files = {{kBesideProgram, 0}};
+  LibraryLoadRequest request{L"kvxfwctl.dll", 12};
+  EXPECT_EQ(NCPrivateLoadAndValidateHPLDll(&request), 5);
+  EXPECT_EQ(fake.process.debugLines,
+            (std::vector<std::string>{kCurrent, Rejection("kvxfwctl.dll", "00000005")}));
+}
+
+TEST(Loader, LongProgramPathGrowsTheNameBufferUntilItFits) {
+  FakePlatform fake;
+  const std::wstring directory = L"C:\\" + std::wstring(600, L'p');
+  fake.libraries.programPath = directory + L"\\netwarden.exe";
+  fake.trust.files = {{directory + L"\\kvxfwctl.dll", 0}};
+  fake.libraries.loadable = {directory + L"\\kvxfwctl.dll"};
+  LibraryLoadRequest request{L"kvxfwctl.dll", 12};
+  EXPECT_EQ(NCPrivateLoadAndValidateHPLDll(&request), 0);
+  EXPECT_EQ(fake.libraries.moduleNameCapacities, (std::vector<uint32_t>{260, 520, 1040}));
+  ASSERT_EQ(fake.libraries.loads.size(), 1u);
+  EXPECT_EQ(fake.libraries.loads[0].path, directory + L"\\kvxfwctl.dll");
+  FreeResolvedPath(&request);
+}
+
+TEST(SignatureCheck, AsksTheVerifierOnceWithTheLoadersSettingsAndClosesWhatRan) {
+  FakePlatform fake;
+  fake.trust.files = {{L"C:\\x.dll", kNoSignature}};
+  SignatureCheck check;
+  check.path = L"C:\\x.dll";
+  EXPECT_EQ(VerifyFileSignature(&check, nullptr), kNoSignature);
+  EXPECT_EQ(VerifyFileSignature(&check, nullptr), kNoSignature);
+  ASSERT_EQ(fake.trust.calls.size(), 1u) << "the result is cached";
+  const platform::WinTrustData& data = fake.trust.calls[0];
+  EXPECT_EQ(fake.trust.windows[0], platform::kNoInteractiveUser);
+  EXPECT_EQ(data.cbStruct, 88u);
+  EXPECT_EQ(data.pPolicyCallbackData, nullptr);
+  EXPECT_EQ(data.pSIPClientData, nullptr);
+  EXPECT_EQ(data.dwUIChoice, 2u);
+  EXPECT_EQ(data.fdwRevocationChecks, 0u);
+  EXPECT_EQ(data.dwUnionChoice, 1u);
+  EXPECT_EQ(data.dwStateAction, 1u);
+  EXPECT_EQ(data.hWVTStateData, nullptr);
+  EXPECT_EQ(data.pwszURLReference, nullptr);
+  EXPECT_EQ(data.dwProvFlags, 0x1010u);
+  EXPECT_EQ(data.dwUIContext, 0u);
+  EXPECT_EQ(data.pSignatureSettings, nullptr);
+  EXPECT_EQ(data.pFile->cbStruct, 32u);
+  EXPECT_EQ(data.pFile->hFile, nullptr);
+  EXPECT_EQ(data.pFile->pgKnownSubject, nullptr);
+
+  CloseSignatureCheck(&check);
+  ASSERT_EQ(fake.trust.calls.size(), 2u);
+  EXPECT_EQ(fake.trust.calls[1].dwStateAction, 2u);
+  EXPECT_EQ(fake.trust.windows[1], nullptr);
+
+  SignatureCheck neverRan;
+  CloseSignatureCheck(&neverRan);
+  EXPECT_EQ(fake.trust.calls.size(), 2u);
+}
+
+TEST(SignatureCheck, FailureTextFallsBackToTheResultCode) {
+  FakePlatform fake;
+  fake.trust.files = {{L"C:\\x.dll", kNoSignature}};
+  SignatureCheck check;
+  check.path = L"C:\\x.dll";
+  SignatureErrorText text;
+  VerifyFileSignature(&check, &text);
+  EXPECT_EQ(text.result, kNoSignature);
+  ASSERT_NE(text.text, nullptr);
+  EXPECT_EQ(std::wstring(text.text), L"WinVerifyTrust() call failed with result code 0x800B0100");
+  delete[] text.text;
+}
+
+struct HardeningCase {
+  const char* setDefault;
+  bool preloads;
+  uint32_t flagsAfter;         // LibraryLoadFlags once the run is hardened
+  const wchar_t* loadPrefix;   // what stands before each preloaded name
+  uint32_t loadFlags;
+};
+
+class Hardening : public ::testing::TestWithParam<HardeningCase> {};
+
+TEST_P(Hardening, RestrictsTheSearchOrPreloadsFromTheSystemDirectory) {
+  const HardeningCase& c = GetParam();
+  FakePlatform fake;
+  fake.libraries.setDefaultDllDirectories = c.setDefault;
+  for (const wchar_t* name : {L"crypt32.dll", L"wintrust.dll", L"ADVAPI32.DLL"}) {
+    fake.libraries.loadable.push_back(std::wstring(c.loadPrefix) + name);
+  }
+  ResetLoaderStateForTesting();
+  platform::ModuleHandle* preloaded = HardenLibrarySearch();
+  EXPECT_EQ(LibraryLoadFlags, c.flagsAfter);
+  if (!c.preloads) {
+    EXPECT_EQ(fake.libraries.setDefaultDllDirectoriesFlags, 0x800u);
+    EXPECT_EQ(preloaded, nullptr);
+    EXPECT_TRUE(fake.libraries.loads.empty());
+    return;
+  }
+  ASSERT_NE(preloaded, nullptr);
+  ASSERT_EQ(fake.libraries.loads.size(), 20u);
+  const std::wstring prefix = c.loadPrefix;
+  EXPECT_EQ(fake.libraries.loads.front().path, prefix + L"winnsi.dll");
+  EXPECT_EQ(fake.libraries.loads[6].path, prefix + L"wintrust.dll");
+  EXPECT_EQ(fake.libraries.loads.back().path, prefix + L"ADVAPI32.DLL");
+  for (const auto& load : fake.libraries.loads) EXPECT_EQ(load.flags, c.loadFlags);
+  // The modules that loaded are packed from the front, in list order, and null-terminated.
+  EXPECT_EQ(preloaded[0], fake.libraries.ModuleFor(0));
+  EXPECT_EQ(preloaded[1], fake.libraries.ModuleFor(1));
+  EXPECT_EQ(preloaded[2], fake.libraries.ModuleFor(2));
+  EXPECT_EQ(preloaded[3], nullptr);
+  ReleasePreloadedLibraries(preloaded);
+  EXPECT_EQ(fake.libraries.freed.size(), 3u);
+}
+
+// When the call exists but fails, the first system-library load finds it again and restricts
+// each load to the system directory by flag instead of by path.
+INSTANTIATE_TEST_SUITE_P(
+    Loader, Hardening,
+    ::testing::Values(HardeningCase{"present", false, 0x800, L"", 0},
+                      HardeningCase{"fails", true, 0x800, L"", 0x800},
+                      HardeningCase{"missing", true, 0, L"C:\\Windows\\system32\\", 0}));
+
+TEST(LoadSystemLibrary, AbsoluteOrShortNamesAreLoadedAsGiven) {
+  FakePlatform fake;
+  fake.libraries.setDefaultDllDirectories = "missing";
+  ResetLoaderStateForTesting();
+  LoadSystemLibrary(L"D:\\x\\a.dll");
+  LoadSystemLibrary(L"\\\\server\\a.dll");
+  LoadSystemLibrary(L"ab");
+  LoadSystemLibrary(L"abc.dll");
+  ASSERT_EQ(fake.libraries.loads.size(), 4u);
+  EXPECT_EQ(fake.libraries.loads[0].path, L"D:\\x\\a.dll");
+  EXPECT_EQ(fake.libraries.loads[1].path, L"\\\\server\\a.dll");
+  EXPECT_EQ(fake.libraries.loads[2].path, L"ab");
+  EXPECT_EQ(fake.libraries.loads[3].path, L"C:\\Windows\\system32\\abc.dll");
+}
+
+TEST(LoadSystemLibrary, SystemDirectoryTooLongLoadsNothing) {
+  FakePlatform fake;
+  fake.libraries.setDefaultDllDirectories = "missing";
+  fake.libraries.systemDirectory = L"C:\\" + std::wstring(250, L's');
+  ResetLoaderStateForTesting();
+  EXPECT_EQ(LoadSystemLibrary(L"wintrust.dll"), nullptr);
+  EXPECT_TRUE(fake.libraries.loads.empty());
+}
+
+TEST(LoadSystemLibrary, WithRestrictedSearchTheBareNameIsLoaded) {
+  FakePlatform fake;
+  ResetLoaderStateForTesting();
+  LoadSystemLibrary(L"wintrust.dll");
+  ASSERT_EQ(fake.libraries.loads.size(), 1u);
+  EXPECT_EQ(fake.libraries.loads[0].path, L"wintrust.dll");
+  EXPECT_EQ(fake.libraries.loads[0].flags, 0x800u);
+}
+
+}  // namespace
+}  // namespace nw
