@@ -20,9 +20,9 @@ Status ConnectToCore(CoreConnection* connection) {
   if (!BoundedLength(ControlLibraryName, kMaxLibraryNameChars, &nameLength)) {
     status = kErrorInvalidParameter;
   } else {
-    status = GetProductInterface(ControlLibraryName, nameLength, kRegistrationInterfaceName,
-                                 reinterpret_cast<void**>(&connection->registerPointProduct),
-                                 nullptr);
+    status =
+        GetProductInterface(ControlLibraryName, nameLength, kRegistrationInterfaceName,
+                            reinterpret_cast<void**>(&connection->registerPointProduct), nullptr);
   }
   if (status != kStatusOk || connection->registerPointProduct == nullptr) {
     // Why the library is unavailable (not found, not trusted, no export) stays in the
@@ -37,8 +37,8 @@ Status ConnectToCore(CoreConnection* connection) {
     ConsolePrint(L"    (Most often this is caused by service not running.)\n");
     return status;
   }
-  status = connection->control->GetPolicyManager(&connection->policyManager,
-                                                 &PolicyManagerInterfaceId);
+  status =
+      connection->control->GetPolicyManager(&connection->policyManager, &PolicyManagerInterfaceId);
   if (status != kStatusOk) {
     ConsolePrint(L"    Error retrieving policy manager API: %08x.\n", status);
     return status;

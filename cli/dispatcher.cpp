@@ -226,8 +226,9 @@ int32_t RunNetwarden(int argc, const wchar_t* const* argv) {
   constexpr uint16_t kWinsock22 = 0x0202;
   const int32_t socketsError = process.WsaStartup(kWinsock22);
   if (socketsError != 0) {
-    ConsolePrint(L"WARNING: failed to init ws2_32.dll (err=%d), IP address parsing will not work!\n",
-                 socketsError);
+    ConsolePrint(
+        L"WARNING: failed to init ws2_32.dll (err=%d), IP address parsing will not work!\n",
+        socketsError);
   }
   const CommandCode code = ParseCommandLine(argc, argv);
   if (code >= kFirstRefusedCode) {

@@ -43,7 +43,9 @@ void ProcessInfoDisplay(IControl*, const wchar_t*, uint32_t) { NotAvailable(Opti
 void TrafficLogChange(CoreConnection*, CommandCode code, const wchar_t*) {
   NotAvailable(code == 11 ? L"-TrafficLog" : code == 12 ? L"-TrafficLogSize" : L"-TrafficLogMask");
 }
-void ConfigChange(CoreConnection*, CommandCode, const wchar_t*, bool) { NotAvailable(L"-PassThru"); }
+void ConfigChange(CoreConnection*, CommandCode, const wchar_t*, bool) {
+  NotAvailable(L"-PassThru");
+}
 void EnableNdisDriver(DriverLogFn) { NotAvailable(OptionEnableNdis); }
 void EnableWfpDriver(DriverLogFn) { NotAvailable(OptionEnableWfp); }
 void DisableUnusedNetDrivers(CoreConnection*) { NotAvailable(OptionDisableUnusedNetDrivers); }

@@ -27,8 +27,7 @@ void EndpointTableDisplay(IControl* control);
 void ProcessListDisplay(IControl* control);
 void ProcessInfoDisplay(IControl* control, const wchar_t* processIdText, uint32_t flags);
 void TrafficLogChange(CoreConnection* connection, CommandCode code, const wchar_t* value);
-void ConfigChange(CoreConnection* connection, CommandCode code, const wchar_t* value,
-                  bool allowOn);
+void ConfigChange(CoreConnection* connection, CommandCode code, const wchar_t* value, bool allowOn);
 void EnableNdisDriver(DriverLogFn log);
 void EnableWfpDriver(DriverLogFn log);
 void DisableUnusedNetDrivers(CoreConnection* connection);

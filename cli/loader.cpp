@@ -16,10 +16,10 @@ uint32_t LibraryLoadFlags = platform::kLoadLibrarySearchSystem32;
 namespace {
 
 constexpr const wchar_t* kSystemLibraryPreloadList[] = {
-    L"winnsi.dll",   L"cabinet.dll",  L"msasn1.dll",    L"secur32.dll",      L"userenv.dll",
-    L"crypt32.dll",  L"wintrust.dll", L"samlib.dll",    L"SLC.dll",          L"gpapi.dll",
-    L"ncrypt.dll",   L"ntmarta.dll",  L"rsaenh.dll",    L"bcrypt.dll",       L"dnsapi.dll",
-    L"dhcpcsvc.dll", L"dhcpcsvc6.dll", L"iphlpapi.dll", L"FWPUCLNT.DLL",     L"ADVAPI32.DLL",
+    L"winnsi.dll",   L"cabinet.dll",   L"msasn1.dll",   L"secur32.dll",  L"userenv.dll",
+    L"crypt32.dll",  L"wintrust.dll",  L"samlib.dll",   L"SLC.dll",      L"gpapi.dll",
+    L"ncrypt.dll",   L"ntmarta.dll",   L"rsaenh.dll",   L"bcrypt.dll",   L"dnsapi.dll",
+    L"dhcpcsvc.dll", L"dhcpcsvc6.dll", L"iphlpapi.dll", L"FWPUCLNT.DLL", L"ADVAPI32.DLL",
     nullptr};
 constexpr size_t kPreloadCount = std::size(kSystemLibraryPreloadList) - 1;
 
@@ -96,11 +96,12 @@ Status CurrentDirectoryCandidate(LibraryLoadRequest* request) {
   Status status = 0;
   if (length == 0 || length >= needed) {
     // Zero is a failure; a larger length means the directory changed between the two calls.
-    status = length == 0 ? static_cast<Status>(error) : static_cast<Status>(kErrorInsufficientBuffer);
+    status =
+        length == 0 ? static_cast<Status>(error) : static_cast<Status>(kErrorInsufficientBuffer);
   } else if (!AllocateResolvedPath(request, request->nameLength + 2 + length)) {
     status = kErrorOutOfMemory;
-  } else if (BoundedPrintf(request->resolvedPath, request->resolvedCapacity, L"%ls\\%ls",
-                           directory, request->name) != 0) {
+  } else if (BoundedPrintf(request->resolvedPath, request->resolvedCapacity, L"%ls\\%ls", directory,
+                           request->name) != 0) {
     status = kErrorBufferOverflow;
   } else {
     status = VerifyPath(request->resolvedPath);
@@ -235,8 +236,8 @@ platform::ModuleHandle LoadSystemLibrary(const wchar_t* name) {
   constexpr uint32_t kPathChars = 260;
   wchar_t path[kPathChars] = {};
   const uint32_t directoryChars = libraries.GetSystemDirectory(path, kPathChars);
-  if (directoryChars == 0 || directoryChars >= kPathChars || BoundedCat(path, kPathChars, L"\\") != 0 ||
-      BoundedCat(path, kPathChars, name) != 0) {
+  if (directoryChars == 0 || directoryChars >= kPathChars ||
+      BoundedCat(path, kPathChars, L"\\") != 0 || BoundedCat(path, kPathChars, name) != 0) {
     // Never fall back to the bare name: that would search the very directories we avoid.
     return nullptr;
   }
@@ -319,8 +320,8 @@ int32_t VerifyFileSignature(SignatureCheck* check, SignatureErrorText* errorText
   check->trustData.dwProvFlags =
       platform::kWtdRevocationCheckNone | platform::kWtdCacheOnlyUrlRetrieval;
   Guid action = platform::kWinTrustActionGenericVerifyV2;
-  check->result = platform::TheTrust().WinVerifyTrust(platform::kNoInteractiveUser, &action,
-                                                       &check->trustData);
+  check->result =
+      platform::TheTrust().WinVerifyTrust(platform::kNoInteractiveUser, &action, &check->trustData);
   check->done = true;
   if (check->result != 0 && errorText != nullptr) {
     errorText->result = check->result;
@@ -361,8 +362,8 @@ Status GetProductInterface(const wchar_t* libraryName, uint64_t nameLength,
       uint32_t error = 0;
       auto getInterface = reinterpret_cast<NotComDllGetInterfaceFn>(
           libraries.GetProcAddress(request.module, "NotComDllGetInterface", &error));
-      status = getInterface != nullptr ? getInterface(interfaceName, out)
-                                       : static_cast<Status>(error);
+      status =
+          getInterface != nullptr ? getInterface(interfaceName, out) : static_cast<Status>(error);
       // The library keeps itself loaded while its objects live; the program holds no reference.
       libraries.FreeLibrary(request.module);
     } else {

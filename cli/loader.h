@@ -16,8 +16,8 @@ inline constexpr size_t kMaxLibraryNameChars = 32768;
 
 /// One lookup, owned by the caller.
 struct LibraryLoadRequest {
-  const wchar_t* name = nullptr;  ///< file name or path; not owned
-  uint64_t nameLength = 0;        ///< characters, terminator excluded; 1 to 32768
+  const wchar_t* name = nullptr;                ///< file name or path; not owned
+  uint64_t nameLength = 0;                      ///< characters, terminator excluded; 1 to 32768
   platform::ModuleHandle pathModule = nullptr;  ///< its directory is the "EXE directory"; null: us
   wchar_t* resolvedPath = nullptr;  ///< new[]: the full path tried; freed with FreeResolvedPath
   uint64_t resolvedCapacity = 0;    ///< characters allocated for resolvedPath

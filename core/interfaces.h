@@ -107,8 +107,7 @@ class IDriverLink {
   virtual Status Unused2() = 0;
   /// Sends request code with its buffers; bytesReturned may be null.
   virtual Status SendControlRequest(uint32_t code, const void* input, uint32_t inputSize,
-                                    void* output, uint32_t outputSize,
-                                    uint32_t* bytesReturned) = 0;
+                                    void* output, uint32_t outputSize, uint32_t* bytesReturned) = 0;
 
  protected:
   ~IDriverLink() = default;

@@ -9,8 +9,8 @@ namespace nw::platform {
 using RegistryKey = void*;
 
 /// The predefined root HKEY_LOCAL_MACHINE.
-inline const RegistryKey kHKeyLocalMachine = reinterpret_cast<RegistryKey>(
-    static_cast<intptr_t>(static_cast<int32_t>(0x80000002u)));
+inline const RegistryKey kHKeyLocalMachine =
+    reinterpret_cast<RegistryKey>(static_cast<intptr_t>(static_cast<int32_t>(0x80000002u)));
 
 inline constexpr uint32_t kKeyRead = 0x20019;
 inline constexpr uint32_t kKeyWow64_32Key = 0x0200;

@@ -57,7 +57,8 @@ std::string JsonPath(const std::string& base, size_t index) {
 }
 
 bool JsonChecker::Fail(const std::string& path, const std::string& expected) {
-  if (error_.empty()) error_ = source_ + ": " + (path.empty() ? "/" : path) + ": expected " + expected;
+  if (error_.empty())
+    error_ = source_ + ": " + (path.empty() ? "/" : path) + ": expected " + expected;
   return false;
 }
 
@@ -127,10 +128,14 @@ bool JsonChecker::Status(const Json& v, const std::string& path, int32_t* out) {
   for (size_t i = 2; i < text.size(); ++i) {
     char c = text[i];
     uint32_t digit;
-    if (c >= '0' && c <= '9') digit = static_cast<uint32_t>(c - '0');
-    else if (c >= 'a' && c <= 'f') digit = static_cast<uint32_t>(c - 'a' + 10);
-    else if (c >= 'A' && c <= 'F') digit = static_cast<uint32_t>(c - 'A' + 10);
-    else return Fail(path, expected);
+    if (c >= '0' && c <= '9')
+      digit = static_cast<uint32_t>(c - '0');
+    else if (c >= 'a' && c <= 'f')
+      digit = static_cast<uint32_t>(c - 'a' + 10);
+    else if (c >= 'A' && c <= 'F')
+      digit = static_cast<uint32_t>(c - 'A' + 10);
+    else
+      return Fail(path, expected);
     value = value * 16 + digit;
   }
   *out = static_cast<int32_t>(value);

@@ -5,10 +5,9 @@
 
 #include <cstdint>
 #include <initializer_list>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
-
-#include <nlohmann/json.hpp>
 
 namespace nw::sim {
 
@@ -17,8 +16,7 @@ using Json = nlohmann::json;
 /// Parses a whole file. On failure returns false and sets *error to "<file>: <reason>".
 bool LoadJsonFile(const std::string& file, Json* doc, std::string* error);
 /// Parses text that stands for a file named source (used for built-in defaults).
-bool ParseJsonText(std::string_view text, const std::string& source, Json* doc,
-                   std::string* error);
+bool ParseJsonText(std::string_view text, const std::string& source, Json* doc, std::string* error);
 
 /// Walks a document and keeps the first error as "<source>: <path>: expected <what>".
 class JsonChecker {

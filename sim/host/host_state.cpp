@@ -36,8 +36,11 @@ std::vector<uint8_t> StringBytes(const std::wstring& text) {
 }
 
 const std::map<std::string, uint32_t>& TypeNames() {
-  static const std::map<std::string, uint32_t> names = {
-      {"REG_SZ", 1}, {"REG_EXPAND_SZ", 2}, {"REG_BINARY", 3}, {"REG_DWORD", 4}, {"REG_MULTI_SZ", 7}};
+  static const std::map<std::string, uint32_t> names = {{"REG_SZ", 1},
+                                                        {"REG_EXPAND_SZ", 2},
+                                                        {"REG_BINARY", 3},
+                                                        {"REG_DWORD", 4},
+                                                        {"REG_MULTI_SZ", 7}};
   return names;
 }
 
@@ -52,7 +55,8 @@ bool ReadValue(JsonChecker& check, const Json& v, const std::string& path, Regis
     if (!check.Unsigned(v, path, 0xFFFFFFFFu, &dword)) return false;
     out->type = 4;
     const uint32_t d = static_cast<uint32_t>(dword);
-    out->data.assign(reinterpret_cast<const uint8_t*>(&d), reinterpret_cast<const uint8_t*>(&d) + 4);
+    out->data.assign(reinterpret_cast<const uint8_t*>(&d),
+                     reinterpret_cast<const uint8_t*>(&d) + 4);
     return true;
   }
   if (!v.is_object()) return check.Fail(path, "a text, a DWORD or {\"type\", \"data\"}");
@@ -76,7 +80,8 @@ bool ReadValue(JsonChecker& check, const Json& v, const std::string& path, Regis
     uint64_t dword = 0;
     if (!check.Unsigned(data, dataPath, 0xFFFFFFFFu, &dword)) return false;
     const uint32_t d = static_cast<uint32_t>(dword);
-    out->data.assign(reinterpret_cast<const uint8_t*>(&d), reinterpret_cast<const uint8_t*>(&d) + 4);
+    out->data.assign(reinterpret_cast<const uint8_t*>(&d),
+                     reinterpret_cast<const uint8_t*>(&d) + 4);
   } else {
     if (!data.is_array()) return check.Fail(dataPath, "an array of bytes");
     for (size_t i = 0; i < data.size(); ++i) {
@@ -152,16 +157,17 @@ bool Parse(const Json& doc, JsonChecker& check, HostState* host) {
       const std::string path = JsonPath("/trustedSha256", i);
       if (!check.String(digests[i], path, &digest)) return false;
       for (auto& c : digest) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-      if (digest.size() != 64 || digest.find_first_not_of("0123456789abcdef") != std::string::npos) {
+      if (digest.size() != 64 ||
+          digest.find_first_not_of("0123456789abcdef") != std::string::npos) {
         return check.Fail(path, "64 hexadecimal digits");
       }
       host->trustedSha256.push_back(digest);
     }
   }
   if (doc.contains("faults")) {
-    static const char* const kKnown[] = {"RegOpenKeyEx", "RegQueryValueEx", "RegSetValueEx",
-                                         "WSAStartup", "GetCurrentDirectory",
-                                         "GetModuleFileName", "GetSystemDirectory"};
+    static const char* const kKnown[] = {
+        "RegOpenKeyEx",        "RegQueryValueEx",   "RegSetValueEx",     "WSAStartup",
+        "GetCurrentDirectory", "GetModuleFileName", "GetSystemDirectory"};
     if (!check.Object(doc["faults"], "/faults")) return false;
     for (const auto& item : doc["faults"].items()) {
       bool known = false;
@@ -243,8 +249,9 @@ bool SetHostRegistryValue(const std::wstring& keyPath, const RegistryValue& valu
       std::wstring text(reinterpret_cast<const wchar_t*>(value.data.data()),
                         value.data.size() / sizeof(wchar_t));
       while (!text.empty() && text.back() == L'\0') text.pop_back();
-      keyObject[name] = value.type == 1 ? Json(WideToUtf8(text))
-                                        : Json{{"type", "REG_EXPAND_SZ"}, {"data", WideToUtf8(text)}};
+      keyObject[name] = value.type == 1
+                            ? Json(WideToUtf8(text))
+                            : Json{{"type", "REG_EXPAND_SZ"}, {"data", WideToUtf8(text)}};
     } else if (value.type == 4 && value.data.size() == 4) {
       uint32_t d = 0;
       std::memcpy(&d, value.data.data(), 4);

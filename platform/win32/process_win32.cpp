@@ -1,0 +1,67 @@
+// Process-wide services on Windows.
+
+#include <windows.h>
+#include <winsock2.h>
+
+#include <cstdlib>
+
+// The facility's method shares this name; with UNICODE it would be renamed to the W form here
+// but not elsewhere.
+#undef OutputDebugString
+
+#include "platform/debug_log.h"
+#include "platform/process.h"
+
+namespace nw::platform {
+namespace {
+
+// The program checks every result itself; a runtime routine handed a bad argument should return
+// its error rather than end the process.
+void __cdecl IgnoreInvalidParameter(const wchar_t*, const wchar_t*, const wchar_t*, unsigned int,
+                                    uintptr_t) {}
+
+using SetInvalidParameterHandlerFn =
+    _invalid_parameter_handler(__cdecl*)(_invalid_parameter_handler);
+
+/// The C runtime DLL this program calls into. The import library's own
+/// _set_invalid_parameter_handler only keeps the pointer to itself (older msvcrt.dll builds have
+/// no such hook), so the hook is taken from the DLL when the DLL has it.
+constexpr const wchar_t* kRuntimeDll =
+#if defined(_UCRT)
+    L"ucrtbase.dll";
+#else
+    L"msvcrt.dll";
+#endif
+
+class Win32Process final : public Process {
+ public:
+  void OutputDebugString(const wchar_t* text) override { WriteDebuggerOutput(text); }
+
+  int32_t WsaStartup(uint16_t version) override {
+    WSADATA data;
+    return ::WSAStartup(version, &data);
+  }
+
+  void WsaCleanup() override { ::WSACleanup(); }
+
+  void IgnoreInvalidParameters() override {
+    // The runtime is loaded already (the program is running on it): no new reference is taken.
+    HMODULE runtime = ::GetModuleHandleW(kRuntimeDll);
+    if (runtime == nullptr) return;
+    void* proc =
+        reinterpret_cast<void*>(::GetProcAddress(runtime, "_set_invalid_parameter_handler"));
+    // A runtime without the hook reports bad arguments through errno and return values only.
+    if (proc == nullptr) return;
+    reinterpret_cast<SetInvalidParameterHandlerFn>(proc)(IgnoreInvalidParameter);
+  }
+};
+
+}  // namespace
+
+template <>
+Process& Facility<Process>::Host() {
+  static Win32Process process;
+  return process;
+}
+
+}  // namespace nw::platform

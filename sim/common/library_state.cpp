@@ -1,0 +1,97 @@
+#include "sim/common/library_state.h"
+
+#include <cstdarg>
+#include <cstdlib>
+
+#include "cli/format.h"
+#include "platform/debug_log.h"
+
+namespace nw::sim {
+
+LibraryState::LibraryState(Options options) : options_(std::move(options)) {
+  if (!options_.sink) {
+    options_.sink = [](const std::wstring& line) { platform::WriteDebuggerOutput(line.c_str()); };
+  }
+}
+
+const Scenario* LibraryState::GetScenario(std::string* error) {
+  std::lock_guard<std::mutex> lock(scenarioMutex_);
+  if (!scenarioRead_) {
+    scenarioRead_ = true;
+    std::string file;
+    if (options_.scenarioFile) {
+      file = *options_.scenarioFile;
+    } else if (const char* named = std::getenv(kScenarioVariable)) {
+      file = named;
+    }
+    Scenario scenario;
+    if (LoadScenario(file, options_.builtInScenario, &scenario, &scenarioError_)) {
+      scenario_ = std::move(scenario);
+    } else {
+      // The reason must stay on one line of the log, whatever the parser said.
+      for (char& c : scenarioError_) c = c == '\n' || c == '\r' ? ' ' : c;
+      Print(L"bad scenario: %hs\n", scenarioError_.c_str());
+    }
+  }
+  if (!scenario_ && error != nullptr) *error = scenarioError_;
+  return scenario_ ? &*scenario_ : nullptr;
+}
+
+DebugOptions LibraryState::Debug() {
+  const Scenario* scenario = GetScenario();
+  return scenario != nullptr ? scenario->debug : DebugOptions();
+}
+
+std::optional<Status> LibraryState::Fault(std::string_view operation, std::string_view item) {
+  const Scenario* scenario = GetScenario();
+  if (scenario == nullptr) return std::nullopt;
+  return FindFault(*scenario, operation, item);
+}
+
+void LibraryState::Print(const wchar_t* format, ...) {
+  std::wstring line = Utf8ToWide(options_.prefix);
+  line += L": ";
+  va_list args;
+  va_start(args, format);
+  AppendFormatWide(line, format, args);
+  va_end(args);
+  Write(line);
+}
+
+void LibraryState::TraceCall(std::string_view call, Status status) {
+  if (!Debug().trace) return;
+  const std::string text(call);
+  Print(L"%hs -> %08x\n", text.c_str(), static_cast<uint32_t>(status));
+}
+
+void LibraryState::TraceRelease(const char* interfaceName, uint32_t refs) {
+  if (!Debug().trace) return;
+  Print(L"%hs::Release -> %u\n", interfaceName, refs);
+}
+
+uint64_t LibraryState::Track(const char* interfaceName, const std::atomic<uint32_t>* refs) {
+  // One lock with Unload, so that an object is never out while the library lets itself go.
+  std::lock_guard<std::mutex> lock(moduleMutex_);
+  if (options_.holdModule) module_.Acquire();
+  return objects_.Add(interfaceName, refs);
+}
+
+void LibraryState::Untrack(uint64_t serial) { objects_.Remove(serial); }
+
+Status LibraryState::Unload() {
+  const DebugOptions debug = Debug();
+  if (debug.trace) Print(L"NotComDllUnload\n");
+  if (debug.reportLeaks) {
+    for (const ObjectRegistry::Live& object : objects_.Snapshot()) {
+      Print(L"leak: %hs still referenced (refs %u)\n", object.interfaceName.c_str(), object.refs);
+    }
+  }
+  // Leaked objects keep the library loaded so that a late Release still finds its code.
+  std::lock_guard<std::mutex> lock(moduleMutex_);
+  if (objects_.size() == 0) module_.Release();
+  return kStatusOk;
+}
+
+void LibraryState::Write(const std::wstring& line) { options_.sink(line); }
+
+}  // namespace nw::sim

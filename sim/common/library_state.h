@@ -1,0 +1,88 @@
+#pragma once
+
+// What one simulated library keeps for as long as it or any object it handed out lives: its
+// name in the debugger output, its scenario (read once, on first need), the live objects and the
+// reference it holds on itself. Objects share ownership of it, so an object released after the
+// library's own statics are gone (at process exit) still finds it.
+
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "core/status.h"
+#include "sim/common/module_ref.h"
+#include "sim/common/object_registry.h"
+#include "sim/common/scenario.h"
+
+namespace nw::sim {
+
+/// The scenario could not be read: the invalid-data HRESULT.
+inline constexpr Status kStatusBadScenario = static_cast<Status>(0x8007000Du);
+inline constexpr Status kStatusOutOfMemory = static_cast<Status>(0x8007000Eu);
+
+class LibraryState {
+ public:
+  /// Receives each debugger-output message, a whole line with its "\n".
+  using Sink = std::function<void(const std::wstring& line)>;
+
+  struct Options {
+    /// The library's name at the start of each of its debugger-output lines ("kvxfwctl").
+    std::string prefix;
+    /// The scenario used when no file is named.
+    std::string_view builtInScenario;
+    /// The scenario file; absent: the file named by KVX_SIM_STATE. Empty: the built-in one.
+    std::optional<std::string> scenarioFile;
+    /// Where messages go; empty: the debugger output.
+    Sink sink;
+    /// Hold the library loaded while objects are out (the real libraries; not a test program).
+    bool holdModule = false;
+  };
+
+  explicit LibraryState(Options options);
+  LibraryState(const LibraryState&) = delete;
+  LibraryState& operator=(const LibraryState&) = delete;
+
+  const std::string& prefix() const { return options_.prefix; }
+
+  /// The scenario, read on the first call. Null when it could not be read; *error (when given)
+  /// then holds the reason, which has been written to the debugger output once as
+  /// "<prefix>: bad scenario: <reason>".
+  const Scenario* GetScenario(std::string* error = nullptr);
+  /// The scenario's debug options, or the defaults when it could not be read.
+  DebugOptions Debug();
+  /// The fault injected for an operation (see FindFault); none when the scenario is bad.
+  std::optional<Status> Fault(std::string_view operation, std::string_view item = {});
+
+  /// Writes "<prefix>: <text>" to the debugger output; text ends with its own "\n".
+  void Print(const wchar_t* format, ...);
+  /// With tracing on: "<prefix>: <call> -> <status as 8 lower-case hex digits>".
+  void TraceCall(std::string_view call, Status status);
+  /// With tracing on: "<prefix>: <interfaceName>::Release -> <refs in decimal>".
+  void TraceRelease(const char* interfaceName, uint32_t refs);
+
+  /// Records a new object (see ObjectRegistry) and keeps the library loaded while it lives.
+  uint64_t Track(const char* interfaceName, const std::atomic<uint32_t>* refs);
+  void Untrack(uint64_t serial);
+  size_t LiveObjects() const { return objects_.size(); }
+
+  /// NotComDllUnload: traces the call, reports every object still referenced (with leak
+  /// reporting on) as "<prefix>: leak: <interface> still referenced (refs <n>)" in creation
+  /// order, and lets the library go when no object is left. Returns 0.
+  Status Unload();
+
+ private:
+  void Write(const std::wstring& line);
+
+  Options options_;
+  std::mutex scenarioMutex_;
+  bool scenarioRead_ = false;
+  std::optional<Scenario> scenario_;
+  std::string scenarioError_;
+  ObjectRegistry objects_;
+  std::mutex moduleMutex_;
+  ModuleSelfReference module_;
+};
+
+}  // namespace nw::sim

@@ -1,0 +1,176 @@
+#include "sim/core/core_objects.h"
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+
+#include "core/interfaces.h"
+#include "sim/common/sim_object.h"
+
+namespace nw::sim {
+namespace {
+
+class PolicyManager final : public SimObject<IPolicyManager, CoreState> {
+ public:
+  explicit PolicyManager(std::shared_ptr<CoreState> state)
+      : SimObject(std::move(state), "IPolicyManager") {}
+};
+
+class HighPriorityIpListControl final : public SimObject<IHighPriorityIpListControl, CoreState> {
+ public:
+  explicit HighPriorityIpListControl(std::shared_ptr<CoreState> state)
+      : SimObject(std::move(state), "IHighPriorityIpListControl") {}
+};
+
+class Control final : public SimObject<IControl, CoreState> {
+ public:
+  explicit Control(std::shared_ptr<CoreState> state) : SimObject(std::move(state), "IControl") {}
+
+  Status GetPolicyManager(IPolicyManager** out, const Guid* interfaceId) override {
+    return Traced(
+        "GetPolicyManager",
+        HandOut<PolicyManager>("GetPolicyManager", PolicyManagerInterfaceId, out, interfaceId));
+  }
+  Status GetHighPriorityIpListControl(IHighPriorityIpListControl** out,
+                                      const Guid* interfaceId) override {
+    return Traced(
+        "GetHighPriorityIpListControl",
+        HandOut<HighPriorityIpListControl>("GetHighPriorityIpListControl",
+                                           HighPriorityIpListInterfaceId, out, interfaceId));
+  }
+
+  // Not simulated yet: these fail as an operation the core does not provide.
+  Status Unused3() override { return Traced("Unused3", kStatusNotImplemented); }
+  Status Unused4() override { return Traced("Unused4", kStatusNotImplemented); }
+  Status Unused5() override { return Traced("Unused5", kStatusNotImplemented); }
+  Status Unused6() override { return Traced("Unused6", kStatusNotImplemented); }
+  Status Unused8() override { return Traced("Unused8", kStatusNotImplemented); }
+  Status GetIpConfigChanged(IIpConfig** out, const Guid*) override {
+    return NotImplemented("GetIpConfigChanged", out);
+  }
+  Status GetGlobalConfigBuilder(IGlobalConfigBuilder** out, const Guid*) override {
+    return NotImplemented("GetGlobalConfigBuilder", out);
+  }
+  Status GetGlobalConfigAndStateInfo(IGlobalConfigAndStateInfo** out, const Guid*) override {
+    return NotImplemented("GetGlobalConfigAndStateInfo", out);
+  }
+  Status GetConnectionTable(IConnectionTable** out, const Guid*) override {
+    return NotImplemented("GetConnectionTable", out);
+  }
+  Status GetOpenedEndpointTable(IOpenedEndpointTable** out, const Guid*) override {
+    return NotImplemented("GetOpenedEndpointTable", out);
+  }
+  Status GetActiveProcesses(IActiveProcesses** out, const Guid*) override {
+    return NotImplemented("GetActiveProcesses", out);
+  }
+
+ private:
+  // A getter's common course: the out pointer is cleared first so that no failure leaves a
+  // stale value the caller might release.
+  template <class Object, class Interface>
+  Status HandOut(const char* operation, const Guid& expected, Interface** out,
+                 const Guid* interfaceId) {
+    if (out == nullptr) return kStatusInvalidArg;
+    *out = nullptr;
+    if (interfaceId == nullptr) return kStatusInvalidArg;
+    if (auto fault = state().Fault(operation)) return *fault;
+    if (!(*interfaceId == expected)) return kStatusNoInterface;
+    Object* object = NewObject<Object>(sharedState());
+    if (object == nullptr) return kStatusOutOfMemory;
+    *out = object;
+    return kStatusOk;
+  }
+
+  template <class Interface>
+  Status NotImplemented(const char* operation, Interface** out) {
+    if (out != nullptr) *out = nullptr;
+    return Traced(operation, kStatusNotImplemented);
+  }
+};
+
+class RegisterPointProduct final : public SimObject<IRegisterPointProduct, CoreState> {
+ public:
+  explicit RegisterPointProduct(std::shared_ptr<CoreState> state)
+      : SimObject(std::move(state), "IRegisterPointProduct") {}
+
+  Status Register(IControl** control, const Guid* interfaceId,
+                  const Guid* pointProductId) override {
+    return Traced("Register", DoRegister(control, interfaceId, pointProductId));
+  }
+
+  Status Unregister(const Guid* pointProductId, uint64_t) override {
+    return Traced("Unregister", DoUnregister(pointProductId));
+  }
+
+ private:
+  Status DoRegister(IControl** control, const Guid* interfaceId, const Guid* pointProductId) {
+    if (control == nullptr) return kStatusInvalidArg;
+    *control = nullptr;
+    if (interfaceId == nullptr || pointProductId == nullptr) return kStatusInvalidArg;
+    // Registering is where the program first depends on the host, so a scenario that cannot
+    // be read shows here.
+    const Scenario* scenario = state().GetScenario();
+    if (scenario == nullptr) return kStatusBadScenario;
+    if (auto fault = FindFault(*scenario, "Register")) return *fault;
+    if (!scenario->service.running) return kStatusServiceNotActive;
+    if (!(*interfaceId == ControlInterfaceId)) return kStatusNoInterface;
+    Control* object = NewObject<Control>(sharedState());
+    if (object == nullptr) return kStatusOutOfMemory;
+    state().AddProduct(*pointProductId);
+    *control = object;
+    return kStatusOk;
+  }
+
+  // Lenient: a product that is not registered unregisters without complaint, and a bad
+  // scenario (already reported by Register) does not fail the clean-up a second time.
+  Status DoUnregister(const Guid* pointProductId) {
+    if (pointProductId == nullptr) return kStatusInvalidArg;
+    if (auto fault = state().Fault("Unregister")) return *fault;
+    const Scenario* scenario = state().GetScenario();
+    if (scenario != nullptr && !scenario->service.running) return kStatusServiceNotActive;
+    state().RemoveProduct(*pointProductId);
+    return kStatusOk;
+  }
+};
+
+Status GetInterface(const std::shared_ptr<CoreState>& state, const char* interfaceName,
+                    void** out) {
+  if (out == nullptr) return kStatusInvalidArg;
+  *out = nullptr;
+  if (interfaceName == nullptr) return kStatusInvalidArg;
+  if (std::strcmp(interfaceName, kRegisterPointProductName) != 0) return kStatusNoInterface;
+  auto* object = NewObject<RegisterPointProduct>(state);
+  if (object == nullptr) return kStatusOutOfMemory;
+  *out = static_cast<IRegisterPointProduct*>(object);
+  return kStatusOk;
+}
+
+}  // namespace
+
+void CoreState::AddProduct(const Guid& product) {
+  std::lock_guard<std::mutex> lock(productsMutex_);
+  if (std::find(products_.begin(), products_.end(), product) == products_.end()) {
+    products_.push_back(product);
+  }
+}
+
+void CoreState::RemoveProduct(const Guid& product) {
+  std::lock_guard<std::mutex> lock(productsMutex_);
+  products_.erase(std::remove(products_.begin(), products_.end(), product), products_.end());
+}
+
+bool CoreState::IsRegistered(const Guid& product) const {
+  std::lock_guard<std::mutex> lock(productsMutex_);
+  return std::find(products_.begin(), products_.end(), product) != products_.end();
+}
+
+Status CoreGetInterface(const std::shared_ptr<CoreState>& state, const char* interfaceName,
+                        void** out) {
+  const Status status = GetInterface(state, interfaceName, out);
+  state->TraceCall(std::string("NotComDllGetInterface(") +
+                       (interfaceName != nullptr ? interfaceName : "(null)") + ")",
+                   status);
+  return status;
+}
+
+}  // namespace nw::sim

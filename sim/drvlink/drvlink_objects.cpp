@@ -1,0 +1,107 @@
+#include "sim/drvlink/drvlink_objects.h"
+
+#include <cstring>
+#include <string>
+
+#include "core/interfaces.h"
+#include "sim/common/sim_object.h"
+
+namespace nw::sim {
+namespace {
+
+constexpr Status kErrorFileNotFoundStatus = static_cast<Status>(kErrorFileNotFound);
+
+// File names on the product's platform compare without regard to ASCII case.
+bool SameFileName(const wchar_t* a, const wchar_t* b) {
+  auto lower = [](wchar_t c) { return c >= L'A' && c <= L'Z' ? c - L'A' + L'a' : c; };
+  for (; *a != L'\0' && *b != L'\0'; ++a, ++b) {
+    if (lower(*a) != lower(*b)) return false;
+  }
+  return *a == *b;
+}
+
+class DriverLink final : public SimObject<IDriverLink> {
+ public:
+  explicit DriverLink(std::shared_ptr<LibraryState> state)
+      : SimObject(std::move(state), "IDriverLink") {}
+
+  Status Unused2() override { return Traced("Unused2", kStatusNotImplemented); }
+
+  Status SendControlRequest(uint32_t code, const void*, uint32_t, void*, uint32_t,
+                            uint32_t* bytesReturned) override {
+    const std::string codeText = std::to_string(code);
+    return Traced("SendControlRequest(" + codeText + ")", Send(code, codeText, bytesReturned));
+  }
+
+ private:
+  Status Send(uint32_t code, const std::string& codeText, uint32_t* bytesReturned) {
+    if (auto fault = state().Fault("SendControlRequest", codeText)) return *fault;
+    if (code != FW_IOCTL_EVALUATE_NET_DRIVER_REQUIREMENTS) return kErrorInvalidFunction;
+    // Re-evaluating the drivers' requirements returns no data.
+    if (bytesReturned != nullptr) *bytesReturned = 0;
+    return kStatusOk;
+  }
+};
+
+class DriverLinkConnector final : public SimObject<IDriverLinkConnector> {
+ public:
+  explicit DriverLinkConnector(std::shared_ptr<LibraryState> state)
+      : SimObject(std::move(state), "IDriverLinkConnector") {}
+
+  Status Unused2() override { return Traced("Unused2", kStatusNotImplemented); }
+
+  Status ConnectToContentDriver(const wchar_t* driverName, IDriverLink** link) override {
+    return Traced("ConnectToContentDriver", Connect(driverName, link));
+  }
+
+ private:
+  Status Connect(const wchar_t* driverName, IDriverLink** link) {
+    if (link == nullptr) return kStatusInvalidArg;
+    *link = nullptr;
+    if (auto fault = state().Fault("ConnectToContentDriver")) return *fault;
+    const Scenario* scenario = state().GetScenario();
+    // A driver that is not running, or one of another name, cannot be opened: its device
+    // does not exist.
+    if (scenario != nullptr && !scenario->driverLink.driverRunning) {
+      return kErrorFileNotFoundStatus;
+    }
+    if (driverName == nullptr || !SameFileName(driverName, kContentDriverName)) {
+      return kErrorFileNotFoundStatus;
+    }
+    DriverLink* object = NewObject<DriverLink>(sharedState());
+    if (object == nullptr) return kStatusOutOfMemory;
+    *link = object;
+    return kStatusOk;
+  }
+};
+
+Status GetInterface(const std::shared_ptr<LibraryState>& state, const char* interfaceName,
+                    void** out) {
+  if (out == nullptr) return kStatusInvalidArg;
+  *out = nullptr;
+  if (interfaceName == nullptr) return kStatusInvalidArg;
+  if (std::strcmp(interfaceName, "DrvLinkConnectAsync") != 0 &&
+      std::strcmp(interfaceName, "DrvLinkConnect") != 0) {
+    return kStatusNoInterface;
+  }
+  // Getting a connector is the driver link's first call that depends on the host.
+  if (state->GetScenario() == nullptr) return kStatusBadScenario;
+  if (auto fault = state->Fault(interfaceName)) return *fault;
+  auto* object = NewObject<DriverLinkConnector>(state);
+  if (object == nullptr) return kStatusOutOfMemory;
+  *out = static_cast<IDriverLinkConnector*>(object);
+  return kStatusOk;
+}
+
+}  // namespace
+
+Status DriverLinkGetInterface(const std::shared_ptr<LibraryState>& state, const char* interfaceName,
+                              void** out) {
+  const Status status = GetInterface(state, interfaceName, out);
+  state->TraceCall(std::string("NotComDllGetInterface(") +
+                       (interfaceName != nullptr ? interfaceName : "(null)") + ")",
+                   status);
+  return status;
+}
+
+}  // namespace nw::sim

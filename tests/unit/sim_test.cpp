@@ -1,0 +1,446 @@
+// The simulated libraries' behaviour, driven through the objects the exports hand out: scenario
+// checking, fault injection, the statuses the program sees and the debugger-output lines.
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <optional>
+#include <random>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "core/interfaces.h"
+#include "sim/common/library_state.h"
+#include "sim/common/scenario.h"
+#include "sim/core/core_objects.h"
+#include "sim/core/default_scenario.h"
+#include "sim/drvlink/drvlink_objects.h"
+
+namespace nw::sim {
+namespace {
+
+constexpr Status Hr(uint32_t value) { return static_cast<Status>(value); }
+
+// A scenario file for one test, removed when the test ends.
+class ScenarioFile {
+ public:
+  explicit ScenarioFile(const std::string& text) {
+    std::random_device random;
+    path_ = (std::filesystem::temp_directory_path() /
+             ("nw-sim-test-" + std::to_string(random()) + ".json"))
+                .string();
+    std::ofstream(path_, std::ios::binary) << text;
+  }
+  ~ScenarioFile() { std::filesystem::remove(path_); }
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
+// A library state that reads the given scenario text and keeps what it writes.
+template <class State>
+struct TestLibrary {
+  TestLibrary(const char* prefix, const std::string& scenario) : file(scenario) {
+    state = std::make_shared<State>(LibraryState::Options{
+        prefix, DefaultScenarioText(), file.path(),
+        [lines = lines](const std::wstring& line) { lines->push_back(line); }, false});
+  }
+  ScenarioFile file;
+  std::shared_ptr<std::vector<std::wstring>> lines = std::make_shared<std::vector<std::wstring>>();
+  std::shared_ptr<State> state;
+};
+
+std::string LoadError(const std::string& text, std::string* file) {
+  ScenarioFile scenario(text);
+  *file = scenario.path();
+  Scenario parsed;
+  std::string error;
+  EXPECT_FALSE(LoadScenario(scenario.path(), "", &parsed, &error));
+  return error;
+}
+
+TEST(ScenarioTest, RejectsBadDocumentsNamingFilePathAndWhatWasExpected) {
+  const std::string status =
+      "expected a status (an integer, or a text \"0x\" and up to 8 hex digits)";
+  const std::string operation =
+      "expected a known operation (Register, Unregister, GetPolicyManager, "
+      "GetHighPriorityIpListControl, DrvLinkConnectAsync, DrvLinkConnect, ConnectToContentDriver, "
+      "SendControlRequest, SendControlRequest:<code>)";
+  const struct {
+    const char* text;
+    std::string expected;  // after "<file>: "
+  } cases[] = {
+      {"[]", "/: expected an object"},
+      {R"({"service": {"running": "yes"}})", "/service/running: expected true or false"},
+      {R"({"debug": true})", "/debug: expected an object"},
+      {R"({"servce": {}})",
+       "/servce: expected one of the known fields (service, faults, debug, driverLink)"},
+      {R"({"driverLink": {"running": false}})",
+       "/driverLink/running: expected one of the known fields (driverRunning)"},
+      {R"({"faults": {"Regster": 5}})", "/faults/Regster: " + operation},
+      {R"({"faults": {"Register:1": 5}})", "/faults/Register:1: " + operation},
+      {R"({"faults": {"SendControlRequest:0x44": 5}})",
+       "/faults/SendControlRequest:0x44: " + operation},
+      {R"({"faults": {"SendControlRequest:068": 5}})",
+       "/faults/SendControlRequest:068: " + operation},
+      {R"({"faults": {"SendControlRequest:4294967296": 5}})",
+       "/faults/SendControlRequest:4294967296: " + operation},
+      {R"({"faults": {"Register": "0x123456789"}})", "/faults/Register: " + status},
+      {R"({"faults": {"Register": "12z"}})", "/faults/Register: " + status},
+      {R"({"faults": {"Register": "0x"}})", "/faults/Register: " + status},
+      {R"({"faults": {"Register": 4294967296}})", "/faults/Register: " + status},
+      {R"({"faults": {"Register": -2147483649}})", "/faults/Register: " + status},
+      {R"({"faults": {"Register": 1.5}})", "/faults/Register: " + status},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.text);
+    std::string file;
+    const std::string error = LoadError(c.text, &file);
+    EXPECT_EQ(error, file + ": " + c.expected);
+  }
+}
+
+TEST(ScenarioTest, UnreadableFilesNameTheFile) {
+  std::string file;
+  EXPECT_EQ(LoadError("{\"service\": ", &file).rfind(file + ": not valid JSON", 0), 0u);
+
+  Scenario parsed;
+  std::string error;
+  const std::string missing = (std::filesystem::temp_directory_path() / "nw-no-such.json").string();
+  EXPECT_FALSE(LoadScenario(missing, "", &parsed, &error));
+  EXPECT_EQ(error.rfind(missing + ": cannot open", 0), 0u) << error;
+
+  EXPECT_FALSE(LoadScenario("", "{", &parsed, &error));
+  EXPECT_EQ(error.rfind("<built-in scenario>: not valid JSON", 0), 0u) << error;
+}
+
+TEST(ScenarioTest, StatusesReadAsIntegersOrHexText) {
+  const struct {
+    const char* value;
+    Status expected;
+  } cases[] = {
+      {"0", 0},
+      {"31", 31},
+      {"-2147024891", Hr(0x80070005)},
+      {"-2147483648", Hr(0x80000000)},
+      {"2147483647", 0x7FFFFFFF},
+      {"4294967295", -1},
+      {R"("0xFFFFFFFF")", -1},
+      {R"("0x80070426")", Hr(0x80070426)},
+      {R"("0Xc0000022")", Hr(0xC0000022)},
+      {R"("0x5")", 5},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.value);
+    Scenario parsed;
+    std::string error;
+    ASSERT_TRUE(
+        ParseScenario(Json::parse(std::string(R"({"faults": {"Register": )") + c.value + "}}"),
+                      "test", &parsed, &error))
+        << error;
+    EXPECT_EQ(FindFault(parsed, "Register"), c.expected);
+  }
+}
+
+TEST(ScenarioTest, ItemFaultWinsOverThePlainOne) {
+  const struct {
+    const char* faults;
+    const char* item;
+    std::optional<Status> expected;
+  } cases[] = {
+      {R"({"SendControlRequest": 31, "SendControlRequest:68": 7})", "68", 7},
+      {R"({"SendControlRequest": 31, "SendControlRequest:68": 7})", "69", 31},
+      {R"({"SendControlRequest": 31, "SendControlRequest:68": 7})", "", 31},
+      {R"({"SendControlRequest:68": 7})", "69", std::nullopt},
+      {R"({"Register": 7})", "68", std::nullopt},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(c.faults) + " item " + c.item);
+    Scenario parsed;
+    std::string error;
+    ASSERT_TRUE(ParseScenario(Json{{"faults", Json::parse(c.faults)}}, "test", &parsed, &error))
+        << error;
+    EXPECT_EQ(FindFault(parsed, "SendControlRequest", c.item), c.expected);
+  }
+}
+
+TEST(ScenarioTest, BuiltInIsTheExampleAndAHealthyHost) {
+  Scenario builtIn;
+  std::string error;
+  ASSERT_TRUE(LoadScenario("", DefaultScenarioText(), &builtIn, &error)) << error;
+  EXPECT_EQ(builtIn.source, "<built-in scenario>");
+  EXPECT_TRUE(builtIn.service.running);
+  EXPECT_TRUE(builtIn.driverLink.driverRunning);
+  EXPECT_TRUE(builtIn.faults.empty());
+  EXPECT_FALSE(builtIn.debug.trace);
+  EXPECT_TRUE(builtIn.debug.reportLeaks);
+
+  const auto example = std::filesystem::path(__FILE__).parent_path().parent_path().parent_path() /
+                       "examples" / "default-scenario.json";
+  Json exampleDoc;
+  ASSERT_TRUE(LoadJsonFile(example.string(), &exampleDoc, &error)) << error;
+  EXPECT_EQ(exampleDoc, builtIn.document) << "examples/default-scenario.json has drifted";
+}
+
+TEST(CoreTest, RegisterAndUnregisterFollowTheScenario) {
+  const struct {
+    const char* scenario;
+    Status registered;
+    Status unregistered;
+  } cases[] = {
+      {"{}", 0, 0},
+      {R"({"service": {"running": false}})", Hr(0x80070426), Hr(0x80070426)},
+      {R"({"service": {"running": false}, "faults": {"Register": "0x80070005"}})", Hr(0x80070005),
+       Hr(0x80070426)},
+      {R"({"faults": {"Unregister": "0x80004005"}})", 0, Hr(0x80004005)},
+      {R"({"service": {"running": 1}})", Hr(0x8007000D), 0},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.scenario);
+    TestLibrary<CoreState> lib("kvxfwctl", c.scenario);
+    IRegisterPointProduct* reg = nullptr;
+    ASSERT_EQ(
+        CoreGetInterface(lib.state, "VantorRegisterPointProduct3", reinterpret_cast<void**>(&reg)),
+        0);
+    IControl* control = nullptr;
+    EXPECT_EQ(reg->Register(&control, &ControlInterfaceId, &PointProductId), c.registered);
+    EXPECT_EQ(control != nullptr, c.registered == 0);
+    EXPECT_EQ(lib.state->IsRegistered(PointProductId), c.registered == 0);
+    if (control != nullptr) control->Release();
+    EXPECT_EQ(reg->Unregister(&PointProductId, 0), c.unregistered);
+    EXPECT_EQ(lib.state->IsRegistered(PointProductId), c.registered == 0 && c.unregistered != 0);
+    reg->Release();
+    EXPECT_EQ(lib.state->LiveObjects(), 0u);
+  }
+}
+
+TEST(CoreTest, UnknownNamesAndInterfacesAreRefused) {
+  TestLibrary<CoreState> lib("kvxfwctl", "{}");
+  void* out = &lib;
+  EXPECT_EQ(CoreGetInterface(lib.state, "VantorRegisterPointProduct2", &out), Hr(0x80004002));
+  EXPECT_EQ(out, nullptr);
+  EXPECT_EQ(CoreGetInterface(lib.state, nullptr, &out), Hr(0x80070057));
+  EXPECT_EQ(CoreGetInterface(lib.state, "VantorRegisterPointProduct3", nullptr), Hr(0x80070057));
+
+  IRegisterPointProduct* reg = nullptr;
+  ASSERT_EQ(
+      CoreGetInterface(lib.state, "VantorRegisterPointProduct3", reinterpret_cast<void**>(&reg)),
+      0);
+  IControl* control = nullptr;
+  EXPECT_EQ(reg->Register(&control, &PolicyManagerInterfaceId, &PointProductId), Hr(0x80004002));
+  EXPECT_EQ(control, nullptr);
+  reg->Release();
+}
+
+TEST(CoreTest, ControlGettersHandOutObjectsOrFailWithNullOut) {
+  enum Getter { kPolicy, kBlacklist, kConnections };
+  const struct {
+    const char* faults;
+    Getter getter;
+    const Guid* iid;
+    Status expected;
+  } cases[] = {
+      {"{}", kPolicy, &PolicyManagerInterfaceId, 0},
+      {"{}", kPolicy, &HighPriorityIpListInterfaceId, Hr(0x80004002)},
+      {R"({"GetPolicyManager": "0x80004005"})", kPolicy, &PolicyManagerInterfaceId, Hr(0x80004005)},
+      {"{}", kBlacklist, &HighPriorityIpListInterfaceId, 0},
+      {"{}", kBlacklist, &ControlInterfaceId, Hr(0x80004002)},
+      {R"({"GetHighPriorityIpListControl": "0xC0000022"})", kBlacklist,
+       &HighPriorityIpListInterfaceId, Hr(0xC0000022)},
+      {"{}", kConnections, &ControlInterfaceId, Hr(0x80004001)},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(c.faults) + " getter " + std::to_string(c.getter));
+    TestLibrary<CoreState> lib("kvxfwctl", std::string(R"({"faults": )") + c.faults + "}");
+    IRegisterPointProduct* reg = nullptr;
+    ASSERT_EQ(
+        CoreGetInterface(lib.state, "VantorRegisterPointProduct3", reinterpret_cast<void**>(&reg)),
+        0);
+    IControl* control = nullptr;
+    ASSERT_EQ(reg->Register(&control, &ControlInterfaceId, &PointProductId), 0);
+    // A stale value in the out pointer must not survive a failure.
+    void* out = &lib;
+    Status status = 0;
+    switch (c.getter) {
+      case kPolicy:
+        status = control->GetPolicyManager(reinterpret_cast<IPolicyManager**>(&out), c.iid);
+        if (out != nullptr) static_cast<IPolicyManager*>(out)->Release();
+        break;
+      case kBlacklist:
+        status = control->GetHighPriorityIpListControl(
+            reinterpret_cast<IHighPriorityIpListControl**>(&out), c.iid);
+        if (out != nullptr) static_cast<IHighPriorityIpListControl*>(out)->Release();
+        break;
+      case kConnections:
+        status = control->GetConnectionTable(reinterpret_cast<IConnectionTable**>(&out), c.iid);
+        break;
+    }
+    EXPECT_EQ(status, c.expected);
+    EXPECT_EQ(out != nullptr, c.expected == 0);
+    control->Release();
+    reg->Release();
+    EXPECT_EQ(lib.state->LiveObjects(), 0u);
+  }
+}
+
+// Runs the program's driver sequence; returns the two statuses (the second -1 when not sent).
+std::pair<Status, Status> ConnectAndSend(TestLibrary<LibraryState>& lib, const wchar_t* driver,
+                                         uint32_t code) {
+  IDriverLinkConnector* connector = nullptr;
+  EXPECT_EQ(DriverLinkGetInterface(lib.state, "DrvLinkConnectAsync",
+                                   reinterpret_cast<void**>(&connector)),
+            0);
+  if (connector == nullptr) return {-1, -1};
+  IDriverLink* link = nullptr;
+  const Status connected = connector->ConnectToContentDriver(driver, &link);
+  EXPECT_EQ(link != nullptr, connected == 0);
+  Status sent = -1;
+  if (link != nullptr) {
+    uint32_t bytesReturned = 99;
+    sent = link->SendControlRequest(code, nullptr, 0, nullptr, 0, &bytesReturned);
+    if (sent == 0) {
+      EXPECT_EQ(bytesReturned, 0u);
+    }
+    link->Release();
+  }
+  connector->Release();
+  return {connected, sent};
+}
+
+TEST(DriverLinkTest, ConnectsToTheFirewallDriverAndAnswersItsRequest) {
+  const struct {
+    const char* scenario;
+    const wchar_t* driver;
+    uint32_t code;
+    Status connected;
+    Status sent;
+  } cases[] = {
+      {"{}", L"kvxfirek.sys", 68, 0, 0},
+      {"{}", L"KvxFireK.SYS", 68, 0, 0},
+      {"{}", L"kvxfirek.sys", 69, 0, 1},
+      {"{}", L"kvxfirek.sy", 68, 2, -1},
+      {"{}", L"kvxfirek.sys.old", 68, 2, -1},
+      {R"({"driverLink": {"driverRunning": false}})", L"kvxfirek.sys", 68, 2, -1},
+      {R"({"faults": {"ConnectToContentDriver": 5}})", L"kvxfirek.sys", 68, 5, -1},
+      {R"({"faults": {"SendControlRequest": 31, "SendControlRequest:68": 1168}})", L"kvxfirek.sys",
+       68, 0, 1168},
+      {R"({"faults": {"SendControlRequest": 31, "SendControlRequest:68": 1168}})", L"kvxfirek.sys",
+       69, 0, 31},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.scenario);
+    TestLibrary<LibraryState> lib("kvxhida", c.scenario);
+    EXPECT_EQ(ConnectAndSend(lib, c.driver, c.code), std::make_pair(c.connected, c.sent));
+    EXPECT_EQ(lib.state->LiveObjects(), 0u);
+  }
+}
+
+TEST(DriverLinkTest, GettingAConnectorFailsForBadScenarioFaultOrName) {
+  const struct {
+    const char* scenario;
+    const char* name;
+    Status expected;
+  } cases[] = {
+      {"{}", "DrvLinkConnect", 0},
+      {"{}", "DrvLink", Hr(0x80004002)},
+      {R"({"faults": {"DrvLinkConnect": "0x80070005"}})", "DrvLinkConnect", Hr(0x80070005)},
+      {R"({"faults": {"DrvLinkConnect": "0x80070005"}})", "DrvLinkConnectAsync", 0},
+      {R"({"faults": {"DrvLinkConnectAsync": 7}})", "DrvLinkConnectAsync", 7},
+      {R"({"debug": []})", "DrvLinkConnectAsync", Hr(0x8007000D)},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(c.scenario) + " " + c.name);
+    TestLibrary<LibraryState> lib("kvxhida", c.scenario);
+    IDriverLinkConnector* connector = nullptr;
+    EXPECT_EQ(DriverLinkGetInterface(lib.state, c.name, reinterpret_cast<void**>(&connector)),
+              c.expected);
+    EXPECT_EQ(connector != nullptr, c.expected == 0);
+    if (connector != nullptr) connector->Release();
+  }
+}
+
+TEST(DebugOutputTest, TracesEachCallAndReportsLeaksInCreationOrder) {
+  TestLibrary<CoreState> lib("kvxfwctl",
+                             R"({"debug": {"trace": true}, "faults": {"GetPolicyManager": -1}})");
+  IRegisterPointProduct* reg = nullptr;
+  CoreGetInterface(lib.state, "VantorRegisterPointProduct3", reinterpret_cast<void**>(&reg));
+  IControl* control = nullptr;
+  reg->Register(&control, &ControlInterfaceId, &PointProductId);
+  IPolicyManager* policy = nullptr;
+  control->GetPolicyManager(&policy, &PolicyManagerInterfaceId);
+  IHighPriorityIpListControl* blacklist = nullptr;
+  control->GetHighPriorityIpListControl(&blacklist, &HighPriorityIpListInterfaceId);
+  control->Release();
+  lib.state->Unload();
+  blacklist->Release();
+  reg->Release();
+  const std::vector<std::wstring> expected = {
+      L"kvxfwctl: NotComDllGetInterface(VantorRegisterPointProduct3) -> 00000000\n",
+      L"kvxfwctl: IRegisterPointProduct::Register -> 00000000\n",
+      L"kvxfwctl: IControl::GetPolicyManager -> ffffffff\n",
+      L"kvxfwctl: IControl::GetHighPriorityIpListControl -> 00000000\n",
+      L"kvxfwctl: IControl::Release -> 0\n",
+      L"kvxfwctl: NotComDllUnload\n",
+      L"kvxfwctl: leak: IRegisterPointProduct still referenced (refs 1)\n",
+      L"kvxfwctl: leak: IHighPriorityIpListControl still referenced (refs 1)\n",
+      L"kvxfwctl: IHighPriorityIpListControl::Release -> 0\n",
+      L"kvxfwctl: IRegisterPointProduct::Release -> 0\n",
+  };
+  EXPECT_EQ(*lib.lines, expected);
+}
+
+TEST(DebugOutputTest, DriverLinkTracesTheRequestCode) {
+  TestLibrary<LibraryState> lib("kvxhida", R"({"debug": {"trace": true}})");
+  ConnectAndSend(lib, L"kvxfirek.sys", 68);
+  ConnectAndSend(lib, L"other.sys", 68);
+  const std::vector<std::wstring> expected = {
+      L"kvxhida: NotComDllGetInterface(DrvLinkConnectAsync) -> 00000000\n",
+      L"kvxhida: IDriverLinkConnector::ConnectToContentDriver -> 00000000\n",
+      L"kvxhida: IDriverLink::SendControlRequest(68) -> 00000000\n",
+      L"kvxhida: IDriverLink::Release -> 0\n",
+      L"kvxhida: IDriverLinkConnector::Release -> 0\n",
+      L"kvxhida: NotComDllGetInterface(DrvLinkConnectAsync) -> 00000000\n",
+      L"kvxhida: IDriverLinkConnector::ConnectToContentDriver -> 00000002\n",
+      L"kvxhida: IDriverLinkConnector::Release -> 0\n",
+  };
+  EXPECT_EQ(*lib.lines, expected);
+}
+
+TEST(DebugOutputTest, LeakReportFollowsDebugOptionsAndBadScenarioIsReportedOnce) {
+  const struct {
+    const char* scenario;
+    std::vector<std::wstring> expected;  // "<file>" stands for the scenario file
+  } cases[] = {
+      {"{}", {L"kvxfwctl: leak: IRegisterPointProduct still referenced (refs 1)\n"}},
+      {R"({"debug": {"reportLeaks": false}})", {}},
+      {R"({"debug": {"trace": false, "reportLeaks": false}, "bogus": 1})",
+       {L"kvxfwctl: bad scenario: <file>: /bogus: expected one of the known fields (service, "
+        L"faults, debug, driverLink)\n",
+        L"kvxfwctl: leak: IRegisterPointProduct still referenced (refs 1)\n"}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.scenario);
+    TestLibrary<CoreState> lib("kvxfwctl", c.scenario);
+    IRegisterPointProduct* reg = nullptr;
+    CoreGetInterface(lib.state, "VantorRegisterPointProduct3", reinterpret_cast<void**>(&reg));
+    IControl* control = nullptr;
+    reg->Register(&control, &ControlInterfaceId, &PointProductId);
+    if (control != nullptr) control->Release();
+    EXPECT_EQ(lib.state->Unload(), 0);
+    reg->Release();
+    std::vector<std::wstring> expected = c.expected;
+    const std::wstring file(lib.file.path().begin(), lib.file.path().end());
+    for (std::wstring& line : expected) {
+      if (auto at = line.find(L"<file>"); at != std::wstring::npos) line.replace(at, 6, file);
+    }
+    EXPECT_EQ(*lib.lines, expected);
+  }
+}
+
+}  // namespace
+}  // namespace nw::sim
