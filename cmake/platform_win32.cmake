@@ -33,8 +33,3 @@ add_library(nw_platform STATIC
 target_include_directories(nw_platform PUBLIC ${CMAKE_SOURCE_DIR})
 # wintrust is bound at run time from the system directory, so it is not linked.
 target_link_libraries(nw_platform PUBLIC nw_debug_log advapi32 ws2_32)
-
-# The program's entry point is wmain, which MinGW's start-up code calls only with -municode. It
-# goes on the program alone: test programs keep their ordinary main. The target is declared
-# after this file is read, hence the deferred call.
-cmake_language(DEFER CALL target_link_options netwarden PRIVATE -municode)

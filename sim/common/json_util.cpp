@@ -1,8 +1,5 @@
 #include "sim/common/json_util.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -139,38 +136,6 @@ bool JsonChecker::Status(const Json& v, const std::string& path, int32_t* out) {
     value = value * 16 + digit;
   }
   *out = static_cast<int32_t>(value);
-  return true;
-}
-
-bool WriteFileAtomically(const std::string& file, std::string_view contents, std::string* error) {
-  const std::string temp = file + ".tmp." + std::to_string(::getpid());
-  int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  if (fd < 0) {
-    *error = temp + ": cannot create: " + std::strerror(errno);
-    return false;
-  }
-  size_t written = 0;
-  while (written < contents.size()) {
-    ssize_t n = ::write(fd, contents.data() + written, contents.size() - written);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      *error = temp + ": cannot write: " + std::strerror(errno);
-      ::close(fd);
-      ::unlink(temp.c_str());
-      return false;
-    }
-    written += static_cast<size_t>(n);
-  }
-  if (::fsync(fd) != 0 || ::close(fd) != 0) {
-    *error = temp + ": cannot flush: " + std::strerror(errno);
-    ::unlink(temp.c_str());
-    return false;
-  }
-  if (::rename(temp.c_str(), file.c_str()) != 0) {
-    *error = file + ": cannot replace: " + std::strerror(errno);
-    ::unlink(temp.c_str());
-    return false;
-  }
   return true;
 }
 
