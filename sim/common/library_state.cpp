@@ -58,6 +58,13 @@ void LibraryState::Print(const wchar_t* format, ...) {
   Write(line);
 }
 
+Status LibraryState::TraceGetInterface(const char* interfaceName, Status status) {
+  TraceCall(std::string("NotComDllGetInterface(") +
+                (interfaceName != nullptr ? interfaceName : "(null)") + ")",
+            status);
+  return status;
+}
+
 void LibraryState::TraceCall(std::string_view call, Status status) {
   if (!Debug().trace) return;
   const std::string text(call);

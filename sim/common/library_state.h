@@ -59,6 +59,8 @@ class LibraryState {
   void Print(const wchar_t* format, ...);
   /// With tracing on: "<prefix>: <call> -> <status as 8 lower-case hex digits>".
   void TraceCall(std::string_view call, Status status);
+  /// Traces the library's export NotComDllGetInterface for interfaceName and passes status on.
+  Status TraceGetInterface(const char* interfaceName, Status status);
   /// With tracing on: "<prefix>: <interfaceName>::Release -> <refs in decimal>".
   void TraceRelease(const char* interfaceName, uint32_t refs);
 

@@ -166,11 +166,7 @@ bool CoreState::IsRegistered(const Guid& product) const {
 
 Status CoreGetInterface(const std::shared_ptr<CoreState>& state, const char* interfaceName,
                         void** out) {
-  const Status status = GetInterface(state, interfaceName, out);
-  state->TraceCall(std::string("NotComDllGetInterface(") +
-                       (interfaceName != nullptr ? interfaceName : "(null)") + ")",
-                   status);
-  return status;
+  return state->TraceGetInterface(interfaceName, GetInterface(state, interfaceName, out));
 }
 
 }  // namespace nw::sim

@@ -97,11 +97,7 @@ Status GetInterface(const std::shared_ptr<LibraryState>& state, const char* inte
 
 Status DriverLinkGetInterface(const std::shared_ptr<LibraryState>& state, const char* interfaceName,
                               void** out) {
-  const Status status = GetInterface(state, interfaceName, out);
-  state->TraceCall(std::string("NotComDllGetInterface(") +
-                       (interfaceName != nullptr ? interfaceName : "(null)") + ")",
-                   status);
-  return status;
+  return state->TraceGetInterface(interfaceName, GetInterface(state, interfaceName, out));
 }
 
 }  // namespace nw::sim
