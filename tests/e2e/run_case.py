@@ -6,6 +6,8 @@ A case is a folder:
   layout            optional; where things are put under the case's temporary root, one per line:
                       exe DIR               the program goes into DIR (default: bin)
                       lib NAME DIR [MODE]   a built library goes into DIR, with octal MODE
+                      lib-unsigned NAME DIR the library as built, without a signature (Wine only)
+                      lib-tampered NAME DIR the signed library with one byte changed (Wine only)
                       cwd DIR               the working directory (default: work)
                       mkdir DIR             an empty folder
                     without a layout, the program and both libraries go into bin and the run
@@ -18,7 +20,18 @@ A case is a folder:
   debug.log         optional; the exact debugger output expected
 In host.json and scenario.json, {ROOT} stands for the temporary root as a Windows-form path
 written for JSON; in stdout and debug.log it stands for the same path as plain text, and
-{NATIVE_ROOT} for the root as the operating system writes it.
+{NATIVE_ROOT} for the root as the operating system writes it, and {EXE} for the program's file
+name.
+
+A case whose folder name starts with "wine-", or whose layout uses lib-unsigned or lib-tampered,
+only means something with real signatures: on Linux it is skipped (exit code 77).
+
+With --wine, the case runs against the Windows build under Wine instead (see docs/windows.md):
+netwarden.exe, the libraries from the signed copies tests/wine/prepare.sh made, the root as
+Z:\\<root>, standard output with "\\r\\n" for every "\\n", the debugger output read from Wine's
+warn+seh channel on standard error, and host.json's "registry" written into the shared prefix
+for the length of the run. Cases that depend on what only the emulated host can be told (other
+host.json fields, file modes) are skipped (exit code 77).
 
 The environment of the run holds only PATH and the variables named above. A debugger output
 that reports a leaked core object fails the case unless debug.log expects it.
@@ -27,12 +40,17 @@ import argparse
 import difflib
 import json
 import os
+import re
 import shutil
 import subprocess
 import sys
 import tempfile
 
 LIBRARIES = ("kvxfwctl.dll", "kvxhida.dll")
+SKIP = 77
+# Layout kinds that choose which copy of a library to place; plain "lib" is the signed one on Wine.
+LIBRARY_VARIANTS = {"lib": "signed", "lib-unsigned": "unsigned", "lib-tampered": "tampered"}
+WINE = "/usr/lib/wine/wine64"
 
 
 def windows_form(path):
@@ -65,6 +83,8 @@ def parse_layout(case_dir):
         elif kind == "lib" and len(words) in (3, 4) and words[1] in LIBRARIES:
             mode = int(words[3], 8) if len(words) == 4 else None
             layout["libs"].append((words[1], words[2], mode))
+        elif kind in LIBRARY_VARIANTS and len(words) == 3 and words[1] in LIBRARIES:
+            layout.setdefault("variants", []).append((words[1], words[2], LIBRARY_VARIANTS[kind]))
         else:
             raise SystemExit(f"{case_dir}/layout:{number}: cannot read '{line}'")
     return layout
@@ -78,8 +98,15 @@ def show_difference(what, expected, actual):
                           for line in diff)
 
 
+def skip(case_dir, reason):
+    print(f"{os.path.basename(case_dir)}: skipped: {reason}")
+    return SKIP
+
+
 def run(build_dir, case_dir):
     layout = parse_layout(case_dir)
+    if os.path.basename(case_dir).startswith("wine-") or layout.get("variants"):
+        return skip(case_dir, "needs real signatures (Windows build under Wine)")
     args_text = read_text(os.path.join(case_dir, "args"), "")
     args = args_text.split("\n")
     if args and args[-1] == "":
@@ -129,7 +156,8 @@ def run(build_dir, case_dir):
         debug = read_text(env["NETWARDEN_DEBUG_LOG"], "")
 
         def expand(text):
-            return text.replace("{NATIVE_ROOT}", root).replace("{ROOT}", root_win)
+            return (text.replace("{NATIVE_ROOT}", root).replace("{ROOT}", root_win)
+                    .replace("{EXE}", "netwarden"))
 
         failures = []
         if actual_stdout != expand(expected_stdout):
@@ -154,11 +182,234 @@ def run(build_dir, case_dir):
         shutil.rmtree(root, ignore_errors=True)
 
 
+# ---- Wine mode ------------------------------------------------------------------------------
+
+# The host state the Wine runs can reproduce: registry values. Everything else in host.json is
+# something only the emulated host can be told.
+WINE_HOST_KEYS = ("registry",)
+# What the emulated verifier answers for a missing file; Wine's answers 2 or 3 instead.
+EMULATED_MISSING_FILE = "WinVerifyTrust failed with 80092003"
+# Wine writes each debugger message once through this line of its warn+seh channel (and once more
+# in a dispatch_exception line, which is left aside).
+DEBUG_LINE = re.compile(r'^[0-9a-f]+:(?:[0-9a-f]+:)?warn:seh:OutputDebugStringA "(.*)"(\.\.\.)?$')
+SIMPLE_ESCAPES = {"n": "\n", "r": "\r", "t": "\t", "\\": "\\", '"': '"', "'": "'",
+                  "a": "\a", "b": "\b", "f": "\f", "v": "\v", "0": "\0"}
+
+
+def wine_path(unix_path):
+    return "Z:" + windows_form(unix_path)
+
+
+def unescape_debug(text):
+    """Undoes the C escaping Wine applies to a message it writes to its log."""
+    out = bytearray()
+    i = 0
+    while i < len(text):
+        c = text[i]
+        if c != "\\" or i + 1 == len(text):
+            out += c.encode("latin-1", errors="replace")
+            i += 1
+            continue
+        n = text[i + 1]
+        if n == "x":
+            digits = re.match(r"[0-9a-fA-F]{1,2}", text[i + 2:])
+            if digits:
+                out.append(int(digits.group(0), 16))
+                i += 2 + len(digits.group(0))
+                continue
+        elif n in "01234567" and re.match(r"[0-7]{2,3}", text[i + 1:]):
+            digits = re.match(r"[0-7]{1,3}", text[i + 1:]).group(0)
+            out.append(int(digits, 8) & 0xFF)
+            i += 1 + len(digits)
+            continue
+        if n in SIMPLE_ESCAPES:
+            out += SIMPLE_ESCAPES[n].encode("latin-1")
+            i += 2
+            continue
+        out += b"\\"
+        i += 1
+    # Wine narrows the message to the ANSI code page, Windows-1252 with no locale set.
+    return out.decode("cp1252", errors="replace")
+
+
+def debugger_output(stderr_text):
+    """The debugger messages, in order, from Wine's standard error; None when one was cut."""
+    messages = []
+    for line in stderr_text.splitlines():
+        match = DEBUG_LINE.match(line)
+        if match:
+            if match.group(2):
+                return None
+            messages.append(unescape_debug(match.group(1)))
+    return "".join(messages)
+
+
+def registry_commands(registry):
+    """(key, value name, reg type, data as reg.exe takes it) for each value of host.json."""
+    commands = []
+    for key, values in registry.items():
+        for name, value in values.items():
+            if isinstance(value, dict):
+                kind, data = value["type"], value["data"]
+            elif isinstance(value, bool):
+                raise SystemExit(f"registry value {key}\\{name}: a boolean is not a registry value")
+            elif isinstance(value, int):
+                kind, data = "REG_DWORD", value
+            else:
+                kind, data = "REG_SZ", value
+            if kind == "REG_BINARY":
+                data = "".join(f"{b:02x}" for b in data)
+            commands.append((key, name, kind, str(data)))
+    return commands
+
+
+def owned_key(key):
+    """The key the run creates and removes: the first level below HKLM\\SOFTWARE (or below its
+    32-bit view), so that a case never leaves a parent behind for the next one to find."""
+    parts = key.split("\\")
+    if len(parts) < 3 or parts[0].upper() not in ("HKLM", "HKEY_LOCAL_MACHINE") or \
+            parts[1].upper() != "SOFTWARE":
+        raise SystemExit(f"registry key {key}: the Wine runs only place keys under HKLM\\SOFTWARE")
+    depth = 4 if parts[2].upper() == "WOW6432NODE" else 3
+    if len(parts) < depth:
+        raise SystemExit(f"registry key {key}: names no key of its own")
+    return "\\".join(parts[:depth])
+
+
+def wine_reg(env, *words):
+    return subprocess.run([WINE, "reg"] + list(words) + ["/reg:64"], env=env,
+                          stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                          stderr=subprocess.DEVNULL, timeout=60).returncode
+
+
+def run_wine(build_dir, prepared_dir, case_dir):
+    layout = parse_layout(case_dir)
+    if any(mode is not None for _, _, mode in layout["libs"]):
+        return skip(case_dir, "a file mode only means something on the emulated host")
+    host_text = read_text(os.path.join(case_dir, "host.json"))
+    host = json.loads(host_text) if host_text is not None else {}
+    others = sorted(set(host) - set(WINE_HOST_KEYS))
+    if others:
+        return skip(case_dir, "host.json sets what only the emulated host can be told: " +
+                    ", ".join(others))
+    args_text = read_text(os.path.join(case_dir, "args"), "")
+    args = args_text.split("\n")
+    if args and args[-1] == "":
+        args.pop()
+    expected_stdout = read_text(os.path.join(case_dir, "stdout"))
+    shared = read_text(os.path.join(case_dir, "stdout.shared"))
+    if expected_stdout is None and shared is not None:
+        shared_file = os.path.join(os.path.dirname(os.path.abspath(__file__)), "shared",
+                                   shared.strip())
+        expected_stdout = read_text(shared_file)
+    expected_status = read_text(os.path.join(case_dir, "status"))
+    if expected_stdout is None or expected_status is None:
+        raise SystemExit(f"{case_dir}: a case needs 'stdout' and 'status'")
+    expected_debug = read_text(os.path.join(case_dir, "debug.log"))
+    if expected_debug is not None and EMULATED_MISSING_FILE in expected_debug:
+        return skip(case_dir, "expects the emulated verifier's result for a missing file "
+                    "(80092003); Wine's verifier answers 2 or 3")
+
+    prefix = os.path.join(prepared_dir, "prefix")
+    if not os.path.isfile(os.path.join(prefix, "system.reg")):
+        raise SystemExit(f"no Wine prefix in {prepared_dir}: run tests/wine/prepare.sh first")
+    root = tempfile.mkdtemp(prefix="nw-e2e-")
+    env = {"PATH": "/usr/bin:/bin", "WINEPREFIX": prefix, "WINEDEBUG": "-all,warn+seh",
+           "WINEDLLOVERRIDES": "mscoree,mshtml="}
+    owned = []
+    try:
+        os.chmod(root, 0o755)
+        root_win = wine_path(root)
+        json_root = json.dumps(root_win)[1:-1]
+        for folder in [layout["exe"], layout["cwd"]] + layout["mkdirs"]:
+            os.makedirs(os.path.join(root, folder), exist_ok=True)
+        exe = os.path.join(root, layout["exe"], "netwarden.exe")
+        shutil.copy2(os.path.join(build_dir, "netwarden.exe"), exe)
+        libs = [(name, folder, "signed") for name, folder, _ in layout["libs"]]
+        for name, folder, variant in libs + layout.get("variants", []):
+            os.makedirs(os.path.join(root, folder), exist_ok=True)
+            shutil.copyfile(os.path.join(prepared_dir, variant, name),
+                            os.path.join(root, folder, name))
+
+        text = read_text(os.path.join(case_dir, "scenario.json"))
+        if text is not None:
+            target = os.path.join(root, "scenario.json")
+            with open(target, "w", encoding="utf-8") as f:
+                f.write(text.replace("{ROOT}", json_root))
+            env["KVX_SIM_STATE"] = wine_path(target)
+
+        if host_text is not None:
+            host = json.loads(host_text.replace("{ROOT}", json_root))
+        commands = registry_commands(host.get("registry", {}))
+        owned = sorted({owned_key(key) for key, _, _, _ in commands})
+        for key in owned:
+            wine_reg(env, "delete", key, "/f")  # left over by a run that was killed
+        for key, name, kind, data in commands:
+            if wine_reg(env, "add", key, "/v", name, "/t", kind, "/d", data, "/f") != 0:
+                return skip(case_dir, f"Wine's registry refused {key}\\{name} "
+                            f"({len(data)} characters)")
+
+        with tempfile.TemporaryFile() as out, tempfile.TemporaryFile() as err:
+            # Files rather than pipes: a Wine helper process that outlives the program must not
+            # keep the run waiting for the end of its output.
+            result = subprocess.run([WINE, exe] + args, cwd=os.path.join(root, layout["cwd"]),
+                                    env=env, stdin=subprocess.DEVNULL, stdout=out, stderr=err,
+                                    timeout=60)
+            out.seek(0)
+            err.seek(0)
+            raw_stdout = out.read().decode("utf-8", errors="replace")
+            stderr_text = err.read().decode("utf-8", errors="replace")
+
+        def expand(text):
+            text = re.sub(r"\{NATIVE_ROOT\}((?:/[^/\s:]+)*)",
+                          lambda m: root_win + windows_form(m.group(1)), text)
+            return text.replace("{ROOT}", root_win).replace("{EXE}", "netwarden.exe")
+
+        failures = []
+        crlf = raw_stdout.count("\r\n")
+        if raw_stdout.count("\n") != crlf or raw_stdout.count("\r") != crlf:
+            failures.append("standard output does not end every line with exactly \\r\\n: " +
+                            repr(raw_stdout))
+        actual_stdout = raw_stdout.replace("\r\n", "\n")
+        if actual_stdout != expand(expected_stdout):
+            show_difference("stdout", expand(expected_stdout), actual_stdout)
+            failures.append("stdout")
+        status = result.returncode & 0xFF
+        if status != int(expected_status.strip()):
+            failures.append(f"status {status}, expected {expected_status.strip()}")
+        debug = debugger_output(stderr_text)
+        if debug is None:
+            failures.append("Wine cut a debugger message short:\n" + stderr_text)
+        elif expected_debug is not None:
+            if debug != expand(expected_debug):
+                show_difference("debug log", expand(expected_debug), debug)
+                failures.append("debug log")
+        elif " leak: " in debug:
+            failures.append("the core reported leaked objects:\n" + debug)
+        if failures:
+            print(f"{os.path.basename(case_dir)} (Wine): " + "; ".join(failures), file=sys.stderr)
+            return 1
+        return 0
+    finally:
+        for key in owned:
+            wine_reg(env, "delete", key, "/f")
+        shutil.rmtree(root, ignore_errors=True)
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--build", required=True, help="build folder holding netwarden")
+    where = parser.add_mutually_exclusive_group(required=True)
+    where.add_argument("--build", help="build folder holding netwarden")
+    where.add_argument("--wine", metavar="BUILD_WINDOWS",
+                       help="Windows build folder holding netwarden.exe: run under Wine")
+    parser.add_argument("--prepared", help="with --wine: the out dir of tests/wine/prepare.sh")
     parser.add_argument("case", help="the case folder")
     options = parser.parse_args()
+    if options.wine is not None:
+        if options.prepared is None:
+            parser.error("--wine needs --prepared")
+        return run_wine(os.path.abspath(options.wine), os.path.abspath(options.prepared),
+                        os.path.abspath(options.case))
     return run(os.path.abspath(options.build), os.path.abspath(options.case))
 
 
