@@ -137,7 +137,7 @@ struct Args {
 
 enum class Length { kDefault, kChar, kShort, kLong, kLongLong, kSize };
 
-struct Spec {
+struct Directive {
   bool left = false;
   bool plus = false;
   bool space = false;
@@ -147,12 +147,12 @@ struct Spec {
   int precision = -1;  // -1 when none was given
 };
 
-bool ApplyFlag(Spec& spec, int c) {
-  bool* flag = c == '-'   ? &spec.left
-               : c == '+' ? &spec.plus
-               : c == ' ' ? &spec.space
-               : c == '#' ? &spec.alt
-               : c == '0' ? &spec.zero
+bool ApplyFlag(Directive& directive, int c) {
+  bool* flag = c == '-'   ? &directive.left
+               : c == '+' ? &directive.plus
+               : c == ' ' ? &directive.space
+               : c == '#' ? &directive.alt
+               : c == '0' ? &directive.zero
                           : nullptr;
   if (flag != nullptr) *flag = true;
   return flag != nullptr;
@@ -241,25 +241,25 @@ void ToUpperAscii(char* begin, char* end) {
 
 // Pads what emit writes (length characters) to the field width.
 template <class Sink, class Emit>
-void Padded(Sink& sink, const Spec& spec, std::size_t length, Emit emit) {
-  const std::size_t width = static_cast<std::size_t>(spec.width);
+void Padded(Sink& sink, const Directive& directive, std::size_t length, Emit emit) {
+  const std::size_t width = static_cast<std::size_t>(directive.width);
   const std::size_t pad = width > length ? width - length : 0;
-  if (!spec.left) sink.Fill(' ', pad);
+  if (!directive.left) sink.Fill(' ', pad);
   emit();
-  if (spec.left) sink.Fill(' ', pad);
+  if (directive.left) sink.Fill(' ', pad);
 }
 
 // A number is sign/prefix, leading zeros, then digits; with zero_fill the zeros take up the width.
 template <class Sink>
-void PutNumber(Sink& sink, const Spec& spec, std::string_view prefix, std::size_t zeros,
+void PutNumber(Sink& sink, const Directive& directive, std::string_view prefix, std::size_t zeros,
                std::string_view body, bool zero_fill) {
-  const std::size_t width = static_cast<std::size_t>(spec.width);
+  const std::size_t width = static_cast<std::size_t>(directive.width);
   std::size_t length = prefix.size() + zeros + body.size();
   if (zero_fill && width > length) {
     zeros += width - length;
     length = width;
   }
-  Padded(sink, spec, length, [&] {
+  Padded(sink, directive, length, [&] {
     sink.Ascii(prefix);
     sink.Fill('0', zeros);
     sink.Ascii(body);
@@ -267,34 +267,36 @@ void PutNumber(Sink& sink, const Spec& spec, std::string_view prefix, std::size_
 }
 
 template <class Sink>
-void PutInteger(Sink& sink, const Spec& spec, int conv, unsigned long long value, bool negative) {
+void PutInteger(Sink& sink, const Directive& directive, int conv, unsigned long long value,
+                bool negative) {
   const int base = conv == 'o' ? 8 : (conv == 'x' || conv == 'X') ? 16 : 10;
   char digits[24];
   std::size_t count = 0;
-  if (value != 0 || spec.precision != 0) {  // C prints no digit for a zero with precision 0
+  if (value != 0 || directive.precision != 0) {  // C prints no digit for a zero with precision 0
     count = static_cast<std::size_t>(
         std::to_chars(digits, digits + sizeof digits, value, base).ptr - digits);
     if (conv == 'X') ToUpperAscii(digits, digits + count);
   }
-  const std::size_t precision = spec.precision < 0 ? 0 : static_cast<std::size_t>(spec.precision);
+  const std::size_t precision =
+      directive.precision < 0 ? 0 : static_cast<std::size_t>(directive.precision);
   std::size_t zeros = precision > count ? precision - count : 0;
   char prefix[2];
   std::size_t prefix_length = 0;
   if (conv == 'd' || conv == 'i') {
     if (negative) {
       prefix[prefix_length++] = '-';
-    } else if (spec.plus || spec.space) {
-      prefix[prefix_length++] = spec.plus ? '+' : ' ';
+    } else if (directive.plus || directive.space) {
+      prefix[prefix_length++] = directive.plus ? '+' : ' ';
     }
-  } else if (spec.alt) {
+  } else if (directive.alt) {
     if (base == 8 && zeros == 0 && (count == 0 || digits[0] != '0')) zeros = 1;
     if (base == 16 && value != 0) {
       prefix[prefix_length++] = '0';
       prefix[prefix_length++] = static_cast<char>(conv);
     }
   }
-  PutNumber(sink, spec, {prefix, prefix_length}, zeros, {digits, count},
-            spec.zero && !spec.left && spec.precision < 0);
+  PutNumber(sink, directive, {prefix, prefix_length}, zeros, {digits, count},
+            directive.zero && !directive.left && directive.precision < 0);
 }
 
 int ExponentOf(const char* begin, const char* end) {
@@ -354,27 +356,27 @@ char* FormatFloat(char* buf, char* limit, double value, int kind, int precision,
 }
 
 template <class Sink>
-void PutFloat(Sink& sink, const Spec& spec, int conv, double value) {
+void PutFloat(Sink& sink, const Directive& directive, int conv, double value) {
   const bool upper = conv >= 'A' && conv <= 'Z';
   const int kind = upper ? conv - 'A' + 'a' : conv;
   char prefix[3];
   std::size_t prefix_length = 0;
   if (std::signbit(value)) {
     prefix[prefix_length++] = '-';
-  } else if (spec.plus || spec.space) {
-    prefix[prefix_length++] = spec.plus ? '+' : ' ';
+  } else if (directive.plus || directive.space) {
+    prefix[prefix_length++] = directive.plus ? '+' : ' ';
   }
   value = std::fabs(value);
   if (!std::isfinite(value)) {
     const char* text = std::isnan(value) ? (upper ? "NAN" : "nan") : (upper ? "INF" : "inf");
-    PutNumber(sink, spec, {prefix, prefix_length}, 0, {text, 3}, false);
+    PutNumber(sink, directive, {prefix, prefix_length}, 0, {text, 3}, false);
     return;
   }
   if (kind == 'a') {
     prefix[prefix_length++] = '0';
     prefix[prefix_length++] = upper ? 'X' : 'x';
   }
-  const int precision = spec.precision >= 0 ? spec.precision : kind == 'a' ? -1 : 6;
+  const int precision = directive.precision >= 0 ? directive.precision : kind == 'a' ? -1 : 6;
   // The fixed form of the largest double has 309 digits before the point.
   char local[400];
   std::string spill;
@@ -386,31 +388,31 @@ void PutFloat(Sink& sink, const Spec& spec, int conv, double value) {
     buf = spill.data();
     capacity = needed;
   }
-  char* end = FormatFloat(buf, buf + capacity - 1, value, kind, precision, spec.alt);
+  char* end = FormatFloat(buf, buf + capacity - 1, value, kind, precision, directive.alt);
   if (upper) ToUpperAscii(buf, end);
-  PutNumber(sink, spec, {prefix, prefix_length}, 0, {buf, static_cast<std::size_t>(end - buf)},
-            spec.zero && !spec.left);
+  PutNumber(sink, directive, {prefix, prefix_length}, 0, {buf, static_cast<std::size_t>(end - buf)},
+            directive.zero && !directive.left);
 }
 
 template <class Sink>
-void PutPointer(Sink& sink, const Spec& spec, const void* pointer) {
+void PutPointer(Sink& sink, const Directive& directive, const void* pointer) {
   unsigned long long bits = reinterpret_cast<std::uintptr_t>(pointer);
   char text[16];
   for (int i = 15; i >= 0; --i, bits >>= 4) text[i] = "0123456789ABCDEF"[bits & 0xF];
-  PutNumber(sink, spec, {}, 0, {text, sizeof text}, false);
+  PutNumber(sink, directive, {}, 0, {text, sizeof text}, false);
 }
 
 template <class Sink>
-void PutNarrowString(Sink& sink, const Spec& spec, const char* text) {
+void PutNarrowString(Sink& sink, const Directive& directive, const char* text) {
   if (text == nullptr) text = "(null)";
   std::size_t length = 0;
-  if (spec.precision < 0) {
+  if (directive.precision < 0) {
     length = std::strlen(text);
   } else {
     // With a precision the text need not be terminated, so never look past it.
-    while (length < static_cast<std::size_t>(spec.precision) && text[length] != '\0') ++length;
+    while (length < static_cast<std::size_t>(directive.precision) && text[length] != '\0') ++length;
   }
-  Padded(sink, spec, length, [&] { sink.Narrow({text, length}); });
+  Padded(sink, directive, length, [&] { sink.Narrow({text, length}); });
 }
 
 template <class Sink>
@@ -419,18 +421,18 @@ void PutWideText(Sink& sink, const wchar_t* p, const wchar_t* end) {
 }
 
 template <class Sink>
-void PutWideString(Sink& sink, const Spec& spec, const wchar_t* text) {
-  if (text == nullptr) return PutNarrowString(sink, spec, nullptr);
+void PutWideString(Sink& sink, const Directive& directive, const wchar_t* text) {
+  if (text == nullptr) return PutNarrowString(sink, directive, nullptr);
   // Width and precision count code points; without either the text need not be measured.
   const wchar_t* end = nullptr;
   std::size_t count = 0;
-  if (spec.width > 0 || spec.precision >= 0) {
+  if (directive.width > 0 || directive.precision >= 0) {
     const std::size_t limit =
-        spec.precision < 0 ? SIZE_MAX : static_cast<std::size_t>(spec.precision);
+        directive.precision < 0 ? SIZE_MAX : static_cast<std::size_t>(directive.precision);
     end = text;
     for (; count < limit && *end != 0; ++count) NextWide(end, nullptr);
   }
-  Padded(sink, spec, count, [&] { PutWideText(sink, text, end); });
+  Padded(sink, directive, count, [&] { PutWideText(sink, text, end); });
 }
 
 template <class Sink>
@@ -445,24 +447,24 @@ void PutFormatText(Sink& sink, const wchar_t* begin, const wchar_t* end) {
 
 // Prints one conversion; false when conv is not one this system knows.
 template <class CharT, class Sink>
-bool Convert(Sink& sink, const Spec& spec, Length length, int conv, Args& args) {
+bool Convert(Sink& sink, const Directive& directive, Length length, int conv, Args& args) {
   if (conv == '%') {
     sink.Ascii("%");
   } else if (conv == 'd' || conv == 'i') {
     const long long value = ReadSigned(args, length);
     const auto magnitude = static_cast<unsigned long long>(value);
-    PutInteger(sink, spec, conv, value < 0 ? 0 - magnitude : magnitude, value < 0);
+    PutInteger(sink, directive, conv, value < 0 ? 0 - magnitude : magnitude, value < 0);
   } else if (IsOneOf(conv, "uxXo")) {
-    PutInteger(sink, spec, conv, ReadUnsigned(args, length), false);
+    PutInteger(sink, directive, conv, ReadUnsigned(args, length), false);
   } else if (conv == 'p') {
-    PutPointer(sink, spec, va_arg(args.ap, const void*));
+    PutPointer(sink, directive, va_arg(args.ap, const void*));
   } else if (IsOneOf(conv, "fFeEgGaA")) {
-    PutFloat(sink, spec, conv, va_arg(args.ap, double));
+    PutFloat(sink, directive, conv, va_arg(args.ap, double));
   } else if (conv == 's' || conv == 'S') {
     if (TakesWideText<CharT>(conv, length)) {
-      PutWideString(sink, spec, va_arg(args.ap, const wchar_t*));
+      PutWideString(sink, directive, va_arg(args.ap, const wchar_t*));
     } else {
-      PutNarrowString(sink, spec, va_arg(args.ap, const char*));
+      PutNarrowString(sink, directive, va_arg(args.ap, const char*));
     }
   } else if (conv == 'c' || conv == 'C') {
     const int value = va_arg(args.ap, int);
@@ -470,10 +472,10 @@ bool Convert(Sink& sink, const Spec& spec, Length length, int conv, Args& args) 
       const wchar_t unit = static_cast<wchar_t>(value);
       const wchar_t* q = &unit;
       const char32_t c = NextWide(q, &unit + 1);
-      Padded(sink, spec, 1, [&] { sink.CodePoint(c); });
+      Padded(sink, directive, 1, [&] { sink.CodePoint(c); });
     } else {
       const char byte = static_cast<char>(value);
-      Padded(sink, spec, 1, [&] { sink.Narrow({&byte, 1}); });
+      Padded(sink, directive, 1, [&] { sink.Narrow({&byte, 1}); });
     }
   } else {
     return false;
@@ -494,28 +496,28 @@ void Format(Sink& sink, const CharT* format, va_list ap) {
       continue;
     }
     const CharT* start = p++;
-    Spec spec;
-    while (ApplyFlag(spec, static_cast<int>(*p))) ++p;
+    Directive directive;
+    while (ApplyFlag(directive, static_cast<int>(*p))) ++p;
     if (*p == '*') {
       ++p;
       const int width = va_arg(args.ap, int);
-      spec.left |= width < 0;
-      spec.width = width == INT_MIN ? INT_MAX : width < 0 ? -width : width;
+      directive.left |= width < 0;
+      directive.width = width == INT_MIN ? INT_MAX : width < 0 ? -width : width;
     } else {
-      spec.width = ParseNumber(p);
+      directive.width = ParseNumber(p);
     }
     if (*p == '.') {
       ++p;
       if (*p == '*') {
         ++p;
         const int precision = va_arg(args.ap, int);
-        spec.precision = precision < 0 ? -1 : precision;  // a negative one counts as none
+        directive.precision = precision < 0 ? -1 : precision;  // a negative one counts as none
       } else {
-        spec.precision = ParseNumber(p);
+        directive.precision = ParseNumber(p);
       }
     }
     const Length length = ParseLength(p);
-    if (Convert<CharT>(sink, spec, length, static_cast<int>(*p), args)) {
+    if (Convert<CharT>(sink, directive, length, static_cast<int>(*p), args)) {
       ++p;
     } else {
       // An unknown conversion, or a format that ends inside one, is printed as written; its
