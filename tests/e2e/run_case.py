@@ -98,17 +98,9 @@ def show_difference(what, expected, actual):
                           for line in diff)
 
 
-def skip(case_dir, reason):
-    print(f"{os.path.basename(case_dir)}: skipped: {reason}")
-    return SKIP
-
-
-def run(build_dir, case_dir):
-    layout = parse_layout(case_dir)
-    if os.path.basename(case_dir).startswith("wine-") or layout.get("variants"):
-        return skip(case_dir, "needs real signatures (Windows build under Wine)")
-    args_text = read_text(os.path.join(case_dir, "args"), "")
-    args = args_text.split("\n")
+def read_expectations(case_dir):
+    """The case's arguments, expected stdout, expected status text and expected debug log."""
+    args = read_text(os.path.join(case_dir, "args"), "").split("\n")
     if args and args[-1] == "":
         args.pop()
     expected_stdout = read_text(os.path.join(case_dir, "stdout"))
@@ -122,7 +114,19 @@ def run(build_dir, case_dir):
     expected_status = read_text(os.path.join(case_dir, "status"))
     if expected_stdout is None or expected_status is None:
         raise SystemExit(f"{case_dir}: a case needs 'stdout' and 'status'")
-    expected_debug = read_text(os.path.join(case_dir, "debug.log"))
+    return args, expected_stdout, expected_status, read_text(os.path.join(case_dir, "debug.log"))
+
+
+def skip(case_dir, reason):
+    print(f"{os.path.basename(case_dir)}: skipped: {reason}")
+    return SKIP
+
+
+def run(build_dir, case_dir):
+    layout = parse_layout(case_dir)
+    if os.path.basename(case_dir).startswith("wine-") or layout.get("variants"):
+        return skip(case_dir, "needs real signatures (Windows build under Wine)")
+    args, expected_stdout, expected_status, expected_debug = read_expectations(case_dir)
 
     root = tempfile.mkdtemp(prefix="nw-e2e-")
     try:
@@ -292,20 +296,7 @@ def run_wine(build_dir, prepared_dir, case_dir):
     if others:
         return skip(case_dir, "host.json sets what only the emulated host can be told: " +
                     ", ".join(others))
-    args_text = read_text(os.path.join(case_dir, "args"), "")
-    args = args_text.split("\n")
-    if args and args[-1] == "":
-        args.pop()
-    expected_stdout = read_text(os.path.join(case_dir, "stdout"))
-    shared = read_text(os.path.join(case_dir, "stdout.shared"))
-    if expected_stdout is None and shared is not None:
-        shared_file = os.path.join(os.path.dirname(os.path.abspath(__file__)), "shared",
-                                   shared.strip())
-        expected_stdout = read_text(shared_file)
-    expected_status = read_text(os.path.join(case_dir, "status"))
-    if expected_stdout is None or expected_status is None:
-        raise SystemExit(f"{case_dir}: a case needs 'stdout' and 'status'")
-    expected_debug = read_text(os.path.join(case_dir, "debug.log"))
+    args, expected_stdout, expected_status, expected_debug = read_expectations(case_dir)
     if expected_debug is not None and EMULATED_MISSING_FILE in expected_debug:
         return skip(case_dir, "expects the emulated verifier's result for a missing file "
                     "(80092003); Wine's verifier answers 2 or 3")
