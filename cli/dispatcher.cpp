@@ -3,6 +3,7 @@
 #include <new>
 
 #include "cli/console.h"
+#include "cli/wide_text.h"
 #include "cli/core_connection.h"
 #include "cli/handlers.h"
 #include "cli/loader.h"
@@ -93,17 +94,6 @@ const OptionEntry kOptions[] = {
 
 constexpr CommandCode kPerfDataCsvCode = 40;
 
-/// Whole-string comparison folding only the ASCII letters, as the runtime's default locale
-/// does. A null text equals nothing.
-bool EqualsIgnoringAsciiCase(const wchar_t* a, const wchar_t* b) {
-  if (a == nullptr || b == nullptr) return false;
-  auto fold = [](wchar_t c) { return c >= L'A' && c <= L'Z' ? static_cast<wchar_t>(c + 32) : c; };
-  for (; *a != L'\0' && *b != L'\0'; ++a, ++b) {
-    if (fold(*a) != fold(*b)) return false;
-  }
-  return *a == *b;
-}
-
 bool CountFits(Count count, int argc) {
   switch (count) {
     case Count::kAlone:
@@ -132,7 +122,7 @@ void RunHandler(CommandCode code, CoreConnection* connection, const wchar_t* con
     case 4:
       return ShowBlacklist(connection, 1);
     case 5:
-      return ConfigDisplay(connection);
+      return ConfigDisplay(*connection);
     case 6:
       return IpConfigDisplay(connection->control);
     case 7:
@@ -146,7 +136,7 @@ void RunHandler(CommandCode code, CoreConnection* connection, const wchar_t* con
     case 11:
     case 12:
     case 13:
-      return TrafficLogChange(connection, code, argv[2]);
+      return TrafficLogChange(*connection, code, argv[2]);
     case 14:
       return EnableNdisDriver(PrintDriverLog);
     case 15:
@@ -154,7 +144,7 @@ void RunHandler(CommandCode code, CoreConnection* connection, const wchar_t* con
     case 16:
       return DisableUnusedNetDrivers(connection);
     case 17:
-      return ConfigChange(connection, code, argv[2], false);
+      return ConfigChange(*connection, code, argv[2], false);
     default:
       return;
   }

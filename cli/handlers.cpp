@@ -34,18 +34,11 @@ void WritePolicyDocument(IPolicyManager*) { NotAvailable(L"-PolicyDisplayXml"); 
 void ShowBlacklist(CoreConnection*, int mode) {
   NotAvailable(mode == 0 ? L"-BlackListDisplay" : L"-BlackListDisplayXml");
 }
-void ConfigDisplay(CoreConnection*) { NotAvailable(L"-ConfigDisplay"); }
 void IpConfigDisplay(IControl*) { NotAvailable(L"-IpConfig"); }
 void StateTableDisplay(IControl*) { NotAvailable(OptionStateTable); }
 void EndpointTableDisplay(IControl*) { NotAvailable(OptionEndpointTable); }
 void ProcessListDisplay(IControl*) { NotAvailable(OptionProcessList); }
 void ProcessInfoDisplay(IControl*, const wchar_t*, uint32_t) { NotAvailable(OptionProcess); }
-void TrafficLogChange(CoreConnection*, CommandCode code, const wchar_t*) {
-  NotAvailable(code == 11 ? L"-TrafficLog" : code == 12 ? L"-TrafficLogSize" : L"-TrafficLogMask");
-}
-void ConfigChange(CoreConnection*, CommandCode, const wchar_t*, bool) {
-  NotAvailable(L"-PassThru");
-}
 void EnableNdisDriver(DriverLogFn) { NotAvailable(OptionEnableNdis); }
 void EnableWfpDriver(DriverLogFn) { NotAvailable(OptionEnableWfp); }
 void DisableUnusedNetDrivers(CoreConnection*) { NotAvailable(OptionDisableUnusedNetDrivers); }

@@ -20,14 +20,19 @@ void ShowAllPolicies(IPolicyManager* policyManager);
 void WritePolicyDocument(IPolicyManager* policyManager);
 /// mode 0: text; mode 1: XML.
 void ShowBlacklist(CoreConnection* connection, int mode);
-void ConfigDisplay(CoreConnection* connection);
+void ConfigDisplay(CoreConnection& connection);
 void IpConfigDisplay(IControl* control);
 void StateTableDisplay(IControl* control);
 void EndpointTableDisplay(IControl* control);
 void ProcessListDisplay(IControl* control);
 void ProcessInfoDisplay(IControl* control, const wchar_t* processIdText, uint32_t flags);
-void TrafficLogChange(CoreConnection* connection, CommandCode code, const wchar_t* value);
-void ConfigChange(CoreConnection* connection, CommandCode code, const wchar_t* value, bool allowOn);
+/// Codes 11 to 13: traffic log on or off, its maximum size, the trace log mask.
+void TrafficLogChange(CoreConnection& connection, CommandCode code, const wchar_t* value);
+/// Code 17 (global pass-through; only off unless allowOn) and the kernel settings of codes 25
+/// to 36 and 41 to 43, which the dispatcher refuses; codes 11 to 13 as TrafficLogChange.
+void ConfigChange(CoreConnection& connection, CommandCode code, const wchar_t* value, bool allowOn);
+/// Resets every global setting to the core's default (code 18, refused by the dispatcher).
+void ConfigReset(CoreConnection& connection);
 void EnableNdisDriver(DriverLogFn log);
 void EnableWfpDriver(DriverLogFn log);
 void DisableUnusedNetDrivers(CoreConnection* connection);

@@ -2,6 +2,7 @@
 find_package(PkgConfig REQUIRED)
 find_package(nlohmann_json 3.10 REQUIRED)
 find_package(OpenSSL REQUIRED COMPONENTS Crypto)
+pkg_check_modules(UUID REQUIRED IMPORTED_TARGET uuid)
 
 add_library(nw_debug_log STATIC platform/posix/debug_log_posix.cpp)
 target_include_directories(nw_debug_log PUBLIC ${CMAKE_SOURCE_DIR})
@@ -17,6 +18,8 @@ add_library(nw_platform STATIC
   platform/posix/library_posix.cpp
   platform/posix/registry_posix.cpp
   platform/posix/signature_posix.cpp
-  platform/posix/process_posix.cpp)
+  platform/posix/process_posix.cpp
+  platform/posix/uuid_posix.cpp)
 target_include_directories(nw_platform PUBLIC ${CMAKE_SOURCE_DIR})
-target_link_libraries(nw_platform PUBLIC nw_debug_log nw_host_state OpenSSL::Crypto ${CMAKE_DL_LIBS})
+target_link_libraries(nw_platform PUBLIC nw_debug_log nw_host_state OpenSSL::Crypto PkgConfig::UUID
+  ${CMAKE_DL_LIBS})

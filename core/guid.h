@@ -28,5 +28,11 @@ inline constexpr Guid PolicyManagerInterfaceId = {
 /// IHighPriorityIpListControl, handed out by IControl::GetHighPriorityIpListControl.
 inline constexpr Guid HighPriorityIpListInterfaceId = {
     0xA68CACD6, 0x7AA6, 0x4B2A, {0x9D, 0x13, 0xA3, 0x4F, 0xD8, 0xD5, 0x0D, 0xDF}};
+/// IGlobalConfigAndStateInfo, handed out by IControl::GetGlobalConfigAndStateInfo.
+inline constexpr Guid GlobalConfigAndStateInfoInterfaceId = {
+    0x4A1C01EA, 0x72D8, 0x46AA, {0x91, 0x36, 0xC4, 0xF3, 0x3B, 0x2C, 0x1C, 0x92}};
+/// IGlobalConfigBuilder, handed out by IControl::GetGlobalConfigBuilder.
+inline constexpr Guid GlobalConfigBuilderInterfaceId = {
+    0x9D164AFA, 0xC50C, 0x4EA6, {0xA4, 0xCA, 0x0D, 0xC4, 0xF2, 0x94, 0x66, 0xED}};
 
 }  // namespace nw

@@ -84,6 +84,89 @@ class IHighPriorityIpListControl {
   ~IHighPriorityIpListControl() = default;
 };
 
+/// A snapshot of the core's global configuration and state. Refresh fills it; the getters read
+/// the snapshot and cannot fail. The version strings belong to the object and stay valid until
+/// its Release.
+class IGlobalConfigAndStateInfo {
+ public:
+  virtual Status Unused0() = 0;
+  virtual uint32_t Release() = 0;
+  /// Loads the current configuration and state from the core; 0 on success.
+  virtual Status Refresh() = 0;
+  /// Bytes.
+  virtual int32_t GetMaxKernelLogQueueSize() = 0;
+  /// Seconds.
+  virtual int32_t GetMaxPointProductReplyTime() = 0;
+  /// hookType: FW_POLICY_TYPE_PACKET (2) or FW_POLICY_TYPE_STREAM (4).
+  virtual bool GetPassthruMode(int32_t hookType) = 0;
+  virtual bool GetGlobalPassthruMode() = 0;
+  /// policyType: 1 to 4.
+  virtual bool IsHookConnected(int32_t policyType) = 0;
+  virtual uint32_t GetTraceLogMask() = 0;
+  virtual bool IsTrafficLogEnabled() = 0;
+  /// Bytes.
+  virtual int32_t GetMaxTrafficLogSize() = 0;
+  /// Connections.
+  virtual int32_t GetMaxStateTableSize() = 0;
+  /// Seconds, like the three timeouts that follow.
+  virtual int32_t GetStateTableGcPeriod() = 0;
+  virtual int32_t GetStateTableTcpTimeout() = 0;
+  virtual int32_t GetStateTableUdpTimeout() = 0;
+  virtual int32_t GetStateTableForcedTcpTimeout() = 0;
+  /// Each may be null.
+  virtual const wchar_t* GetServiceBuildVersion() = 0;
+  virtual const wchar_t* GetEngineBuildVersion() = 0;
+  virtual const wchar_t* GetControlDllBuildVersion() = 0;
+  /// Microseconds.
+  virtual int32_t GetLogThrottle() = 0;
+  virtual bool GetTrackForwardedConnections() = 0;
+  /// Seconds.
+  virtual int32_t GetStateTableTcpConnRemovalTimeOut() = 0;
+  /// Connections.
+  virtual int32_t GetConnectionThrottleBurstThreshold() = 0;
+  /// Connections per second.
+  virtual int32_t GetConnectionThrottleMaxConnectionsRate() = 0;
+
+ protected:
+  ~IGlobalConfigAndStateInfo() = default;
+};
+
+/// Collects global settings and hands them to the core in one Apply. A setter only records its
+/// value; nothing reaches the core before Apply. Every status is 0 on success.
+class IGlobalConfigBuilder {
+ public:
+  virtual Status Unused0() = 0;
+  virtual uint32_t Release() = 0;
+  /// Loads the core's current global settings into the builder.
+  virtual Status Refresh() = 0;
+  /// Sets every global setting in the builder to the core's default.
+  virtual Status ResetToDefaults() = 0;
+  /// Hands the builder's settings to the core.
+  virtual Status Apply() = 0;
+  virtual Status SetMaxKernelLogQueueSize(int32_t bytes) = 0;
+  virtual Status SetMaxPointProductReplyTime(int32_t seconds) = 0;
+  /// hookType: FW_POLICY_TYPE_STREAM (4) or FW_POLICY_TYPE_PACKET (2).
+  virtual Status SetPassthruMode(bool enable, int32_t hookType) = 0;
+  virtual Status SetGlobalPassthruMode(bool enable) = 0;
+  virtual Status SetTraceLogMask(uint32_t mask) = 0;
+  /// The program always passes true as the second argument.
+  virtual Status EnableTrafficLog(bool enable, bool second) = 0;
+  virtual Status SetMaxTrafficLogSize(int32_t bytes) = 0;
+  virtual Status SetStateTableGcPeriod(int32_t seconds) = 0;
+  virtual Status SetStateTableTcpTimeout(int32_t seconds) = 0;
+  virtual Status SetStateTableUdpTimeout(int32_t seconds) = 0;
+  virtual Status SetStateTableForcedTcpTimeout(uint32_t seconds) = 0;
+  virtual Status SetLogThrottle(int32_t microseconds) = 0;
+  virtual Status SetTrackForwardedConnections(bool track) = 0;
+  virtual Status SetMaxStateTableSize(int32_t connections) = 0;
+  virtual Status SetStateTableTcpConnRemovalTimeOut(int32_t seconds) = 0;
+  virtual Status SetConnectionThrottleBurstThreshold(int32_t connections) = 0;
+  virtual Status SetConnectionThrottleMaxConnectionsRate(int32_t connectionsPerSecond) = 0;
+
+ protected:
+  ~IGlobalConfigBuilder() = default;
+};
+
 class IDriverLink;
 
 /// The driver-link connector ("DrvLinkConnectAsync", "DrvLinkConnect").

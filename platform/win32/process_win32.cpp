@@ -2,8 +2,11 @@
 
 #include <windows.h>
 #include <winsock2.h>
+#include <ws2tcpip.h>
 
+#include <cstddef>
 #include <cstdlib>
+#include <string>
 
 // The facility's method shares this name; with UNICODE it would be renamed to the W form here
 // but not elsewhere.
@@ -44,6 +47,20 @@ class Win32Process final : public Process {
 
   void WsaCleanup() override { ::WSACleanup(); }
 
+  int32_t StringToAddress(const wchar_t* text, uint16_t family, SocketAddress* address,
+                          int32_t* length) override {
+    if (text == nullptr) return WSAEFAULT;
+    // The call takes a writable text, though it does not write to it.
+    std::wstring copy(text);
+    INT size = *length;
+    if (::WSAStringToAddressW(copy.data(), family, nullptr, reinterpret_cast<SOCKADDR*>(address),
+                              &size) != 0) {
+      return ::WSAGetLastError();
+    }
+    *length = size;
+    return 0;
+  }
+
   void IgnoreInvalidParameters() override {
     // The runtime is loaded already (the program is running on it): no new reference is taken.
     HMODULE runtime = ::GetModuleHandleW(kRuntimeDll);
@@ -55,6 +72,12 @@ class Win32Process final : public Process {
     reinterpret_cast<SetInvalidParameterHandlerFn>(proc)(IgnoreInvalidParameter);
   }
 };
+
+static_assert(sizeof(SocketAddressIn) == sizeof(SOCKADDR_IN));
+static_assert(offsetof(SocketAddressIn, address) == offsetof(SOCKADDR_IN, sin_addr));
+static_assert(sizeof(SocketAddressIn6) == sizeof(SOCKADDR_IN6));
+static_assert(offsetof(SocketAddressIn6, address) == offsetof(SOCKADDR_IN6, sin6_addr));
+static_assert(kAfInet == AF_INET && kAfInet6 == AF_INET6);
 
 }  // namespace
 

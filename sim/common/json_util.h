@@ -11,7 +11,8 @@
 
 namespace nw::sim {
 
-using Json = nlohmann::json;
+// Ordered, so that a file written back keeps the order its author gave it.
+using Json = nlohmann::ordered_json;
 
 /// Parses a whole file. On failure returns false and sets *error to "<file>: <reason>".
 bool LoadJsonFile(const std::string& file, Json* doc, std::string* error);

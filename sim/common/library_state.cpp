@@ -2,6 +2,7 @@
 
 #include <cstdarg>
 #include <cstdlib>
+#include <fstream>
 
 #include "cli/format.h"
 #include "platform/debug_log.h"
@@ -24,9 +25,15 @@ const Scenario* LibraryState::GetScenario(std::string* error) {
     } else if (const char* named = std::getenv(kScenarioVariable)) {
       file = named;
     }
+    // The built-in scenario, once changed, lives on in the default state file.
+    if (file.empty() && !options_.defaultStateFile.empty() &&
+        std::ifstream(options_.defaultStateFile).good()) {
+      file = options_.defaultStateFile;
+    }
     Scenario scenario;
     if (LoadScenario(file, options_.builtInScenario, &scenario, &scenarioError_)) {
       scenario_ = std::move(scenario);
+      saveFile_ = file.empty() ? options_.defaultStateFile : file;
     } else {
       // The reason must stay on one line of the log, whatever the parser said.
       for (char& c : scenarioError_) c = c == '\n' || c == '\r' ? ' ' : c;
@@ -35,6 +42,24 @@ const Scenario* LibraryState::GetScenario(std::string* error) {
   }
   if (!scenario_ && error != nullptr) *error = scenarioError_;
   return scenario_ ? &*scenario_ : nullptr;
+}
+
+Status LibraryState::UpdateScenario(const std::function<void(Scenario&)>& change) {
+  if (GetScenario() == nullptr) return kStatusBadScenario;
+  std::lock_guard<std::mutex> lock(scenarioMutex_);
+  Scenario changed = *scenario_;
+  change(changed);
+  std::string error;
+  if (saveFile_.empty()) {
+    error = "the built-in scenario has no state file to be saved to";
+  } else if (WriteFileAtomically(saveFile_, changed.document.dump(2) + "\n", &error)) {
+    changed.source = saveFile_;
+    scenario_ = std::move(changed);
+    return kStatusOk;
+  }
+  for (char& c : error) c = c == '\n' || c == '\r' ? ' ' : c;
+  Print(L"cannot save the scenario: %hs\n", error.c_str());
+  return kStatusSaveFailed;
 }
 
 DebugOptions LibraryState::Debug() {

@@ -21,6 +21,10 @@ namespace nw::sim {
 /// The scenario could not be read: the invalid-data HRESULT.
 inline constexpr Status kStatusBadScenario = static_cast<Status>(0x8007000Du);
 inline constexpr Status kStatusOutOfMemory = static_cast<Status>(0x8007000Eu);
+/// A change could not be saved to the scenario's file: the unspecified-failure HRESULT.
+inline constexpr Status kStatusSaveFailed = static_cast<Status>(0x80004005u);
+/// The file beside the libraries that holds the built-in scenario once a change was saved.
+inline constexpr const char* kDefaultStateFileName = "kvx-sim-state.json";
 
 class LibraryState {
  public:
@@ -34,6 +38,9 @@ class LibraryState {
     std::string_view builtInScenario;
     /// The scenario file; absent: the file named by KVX_SIM_STATE. Empty: the built-in one.
     std::optional<std::string> scenarioFile;
+    /// Where the built-in scenario is saved when something changes it, and read from when
+    /// that file exists. Empty: changes to the built-in scenario cannot be saved.
+    std::string defaultStateFile;
     /// Where messages go; empty: the debugger output.
     Sink sink;
     /// Hold the library loaded while objects are out (the real libraries; not a test program).
@@ -52,6 +59,12 @@ class LibraryState {
   const Scenario* GetScenario(std::string* error = nullptr);
   /// The scenario's debug options, or the defaults when it could not be read.
   DebugOptions Debug();
+  /// Changes the scenario and saves it: change edits a copy (its parsed fields and its document
+  /// alike), which is written atomically to the file the scenario came from (the default
+  /// state file for the built-in one) and only then becomes the scenario. Returns 0, or
+  /// kStatusSaveFailed with the reason in the debugger output and nothing changed.
+  Status UpdateScenario(const std::function<void(Scenario&)>& change);
+
   /// The fault injected for an operation (see FindFault); none when the scenario is bad.
   std::optional<Status> Fault(std::string_view operation, std::string_view item = {});
 
@@ -82,6 +95,8 @@ class LibraryState {
   bool scenarioRead_ = false;
   std::optional<Scenario> scenario_;
   std::string scenarioError_;
+  /// The file changes are saved to; empty when they cannot be.
+  std::string saveFile_;
   ObjectRegistry objects_;
   std::mutex moduleMutex_;
   ModuleSelfReference module_;

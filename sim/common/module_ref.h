@@ -6,7 +6,13 @@
 // whose caller holds a reference of its own for the call, so the code running is never unmapped
 // under it (a last Release cannot do this safely: it would return into an unloaded library).
 
+#include <string>
+
 namespace nw::sim {
+
+/// The file beside the library holding this code: its folder joined with name. Empty when the
+/// folder cannot be told.
+std::string FileBesideLibrary(const char* name);
 
 class ModuleSelfReference {
  public:

@@ -10,6 +10,15 @@ const char kAnchor = 0;
 
 }  // namespace
 
+std::string FileBesideLibrary(const char* name) {
+  Dl_info info;
+  if (::dladdr(&kAnchor, &info) == 0 || info.dli_fname == nullptr) return {};
+  std::string path = info.dli_fname;
+  const size_t slash = path.rfind('/');
+  path.erase(slash == std::string::npos ? 0 : slash + 1);
+  return path + name;
+}
+
 void ModuleSelfReference::Acquire() {
   if (handle_ != nullptr) return;
   Dl_info info;

@@ -1,5 +1,6 @@
 #include <windows.h>
 
+#include "cli/format.h"
 #include "sim/common/module_ref.h"
 
 namespace nw::sim {
@@ -9,6 +10,27 @@ namespace {
 const char kAnchor = 0;
 
 }  // namespace
+
+std::string FileBesideLibrary(const char* name) {
+  HMODULE module = nullptr;
+  if (!::GetModuleHandleExW(
+          GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+          reinterpret_cast<LPCWSTR>(&kAnchor), &module)) {
+    return {};
+  }
+  std::wstring path(MAX_PATH, L'\0');
+  for (;;) {
+    const DWORD length = ::GetModuleFileNameW(module, path.data(), static_cast<DWORD>(path.size()));
+    if (length == 0) return {};
+    if (length < path.size()) {
+      path.resize(length);
+      break;
+    }
+    path.resize(path.size() * 2);
+  }
+  path.erase(path.find_last_of(L"\\/") + 1);
+  return WideToUtf8(path) + name;
+}
 
 void ModuleSelfReference::Acquire() {
   if (handle_ != nullptr) return;

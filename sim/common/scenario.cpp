@@ -1,5 +1,6 @@
 #include "sim/common/scenario.h"
 
+#include <iterator>
 #include <limits>
 
 namespace nw::sim {
@@ -12,20 +13,79 @@ enum class FaultItem {
 };
 
 struct FaultOperation {
+  std::string_view interfaceName;
   std::string_view name;
-  FaultItem item;
+  FaultItem item = FaultItem::kNone;
 };
 
-// Every operation a scenario can make fail. Later operations add a line here.
+constexpr std::string_view kConfigBuilder = "IGlobalConfigBuilder";
+
+// Every operation a scenario can make fail, with the interface it belongs to. A fault entry
+// names the operation alone (every interface's) or as "<interface>::<operation>". Later
+// operations add a line here.
 constexpr FaultOperation kFaultOperations[] = {
-    {"Register", FaultItem::kNone},
-    {"Unregister", FaultItem::kNone},
-    {"GetPolicyManager", FaultItem::kNone},
-    {"GetHighPriorityIpListControl", FaultItem::kNone},
-    {"DrvLinkConnectAsync", FaultItem::kNone},
-    {"DrvLinkConnect", FaultItem::kNone},
-    {"ConnectToContentDriver", FaultItem::kNone},
-    {"SendControlRequest", FaultItem::kRequestCode},
+    {"IRegisterPointProduct", "Register"},
+    {"IRegisterPointProduct", "Unregister"},
+    {"IControl", "GetPolicyManager"},
+    {"IControl", "GetHighPriorityIpListControl"},
+    {"IControl", "GetGlobalConfigBuilder"},
+    {"IControl", "GetGlobalConfigAndStateInfo"},
+    {"IGlobalConfigAndStateInfo", "Refresh"},
+    {kConfigBuilder, "Refresh"},
+    {kConfigBuilder, "ResetToDefaults"},
+    {kConfigBuilder, "Apply"},
+    {kConfigBuilder, "SetMaxKernelLogQueueSize"},
+    {kConfigBuilder, "SetMaxPointProductReplyTime"},
+    {kConfigBuilder, "SetPassthruMode"},
+    {kConfigBuilder, "SetGlobalPassthruMode"},
+    {kConfigBuilder, "SetTraceLogMask"},
+    {kConfigBuilder, "EnableTrafficLog"},
+    {kConfigBuilder, "SetMaxTrafficLogSize"},
+    {kConfigBuilder, "SetStateTableGcPeriod"},
+    {kConfigBuilder, "SetStateTableTcpTimeout"},
+    {kConfigBuilder, "SetStateTableUdpTimeout"},
+    {kConfigBuilder, "SetStateTableForcedTcpTimeout"},
+    {kConfigBuilder, "SetLogThrottle"},
+    {kConfigBuilder, "SetTrackForwardedConnections"},
+    {kConfigBuilder, "SetMaxStateTableSize"},
+    {kConfigBuilder, "SetStateTableTcpConnRemovalTimeOut"},
+    {kConfigBuilder, "SetConnectionThrottleBurstThreshold"},
+    {kConfigBuilder, "SetConnectionThrottleMaxConnectionsRate"},
+    {"", "DrvLinkConnectAsync"},  // library exports: no interface to qualify them
+    {"", "DrvLinkConnect"},
+    {"IDriverLinkConnector", "ConnectToContentDriver"},
+    {"IDriverLink", "SendControlRequest", FaultItem::kRequestCode},
+};
+
+// The settings of the "config" section, in the order a scenario writes them: each is a number
+// or a switch.
+struct Setting {
+  const char* name;
+  uint32_t GlobalSettings::*number;
+  bool GlobalSettings::*flag;
+};
+
+constexpr Setting kSettings[] = {
+    {"maxKernelLogQueueSize", &GlobalSettings::maxKernelLogQueueSize, nullptr},
+    {"maxPointProductReplyTime", &GlobalSettings::maxPointProductReplyTime, nullptr},
+    {"globalPassthru", nullptr, &GlobalSettings::globalPassthru},
+    {"packetPassthru", nullptr, &GlobalSettings::packetPassthru},
+    {"streamPassthru", nullptr, &GlobalSettings::streamPassthru},
+    {"traceLogMask", &GlobalSettings::traceLogMask, nullptr},
+    {"trafficLog", nullptr, &GlobalSettings::trafficLog},
+    {"maxTrafficLogSize", &GlobalSettings::maxTrafficLogSize, nullptr},
+    {"maxStateTableSize", &GlobalSettings::maxStateTableSize, nullptr},
+    {"stateTableGcPeriod", &GlobalSettings::stateTableGcPeriod, nullptr},
+    {"stateTableTcpTimeout", &GlobalSettings::stateTableTcpTimeout, nullptr},
+    {"stateTableUdpTimeout", &GlobalSettings::stateTableUdpTimeout, nullptr},
+    {"stateTableForcedTcpTimeout", &GlobalSettings::stateTableForcedTcpTimeout, nullptr},
+    {"logThrottle", &GlobalSettings::logThrottle, nullptr},
+    {"trackForwardedConnections", nullptr, &GlobalSettings::trackForwardedConnections},
+    {"stateTableTcpConnRemovalTimeout", &GlobalSettings::stateTableTcpConnRemovalTimeout, nullptr},
+    {"connectionThrottleBurstThreshold", &GlobalSettings::connectionThrottleBurstThreshold,
+     nullptr},
+    {"connectionThrottleMaxConnectionsRate",
+     &GlobalSettings::connectionThrottleMaxConnectionsRate, nullptr},
 };
 
 bool OptionalBool(JsonChecker& check, const Json& object, const std::string& path, const char* key,
@@ -50,6 +110,64 @@ bool ParseDriverLink(JsonChecker& check, const Json& v, const std::string& path,
          OptionalBool(check, v, path, "driverRunning", &s->driverLink.driverRunning);
 }
 
+bool ParseVersion(JsonChecker& check, const Json& object, const std::string& path,
+                  const char* key, std::optional<std::wstring>* out) {
+  auto it = object.find(key);
+  if (it == object.end()) return true;
+  if (it->is_null()) {
+    out->reset();
+    return true;
+  }
+  std::wstring text;
+  if (!check.WideString(*it, JsonPath(path, key), &text)) return false;
+  *out = std::move(text);
+  return true;
+}
+
+bool ParseVersions(JsonChecker& check, const Json& v, const std::string& path, Scenario* s) {
+  return check.Object(v, path, {"service", "engine", "controlLibrary"}) &&
+         ParseVersion(check, v, path, "service", &s->versions.service) &&
+         ParseVersion(check, v, path, "engine", &s->versions.engine) &&
+         ParseVersion(check, v, path, "controlLibrary", &s->versions.controlLibrary);
+}
+
+bool ParseHooks(JsonChecker& check, const Json& v, const std::string& path, Scenario* s) {
+  return check.Object(v, path, {"fragment", "packet", "forward", "stream"}) &&
+         OptionalBool(check, v, path, "fragment", &s->hooks.fragment) &&
+         OptionalBool(check, v, path, "packet", &s->hooks.packet) &&
+         OptionalBool(check, v, path, "forward", &s->hooks.forward) &&
+         OptionalBool(check, v, path, "stream", &s->hooks.stream);
+}
+
+bool ParseSetting(JsonChecker& check, const Setting& setting, const Json& v,
+                  const std::string& path, GlobalSettings* out) {
+  if (setting.flag != nullptr) return check.Bool(v, path, &(out->*setting.flag));
+  uint64_t value = 0;
+  if (!check.Unsigned(v, path, std::numeric_limits<uint32_t>::max(), &value)) return false;
+  out->*setting.number = static_cast<uint32_t>(value);
+  return true;
+}
+
+bool ParseConfig(JsonChecker& check, const Json& v, const std::string& path, Scenario* s) {
+  if (!check.Object(v, path)) return false;
+  for (const auto& item : v.items()) {
+    const std::string itemPath = JsonPath(path, item.key());
+    const Setting* setting = nullptr;
+    for (const Setting& candidate : kSettings) {
+      if (item.key() == candidate.name) setting = &candidate;
+    }
+    if (setting == nullptr) {
+      std::string names;
+      for (const Setting& known : kSettings) {
+        names += (names.empty() ? "" : ", ") + std::string(known.name);
+      }
+      return check.Fail(itemPath, "one of the known settings (" + names + ")");
+    }
+    if (!ParseSetting(check, *setting, item.value(), itemPath, &s->config)) return false;
+  }
+  return true;
+}
+
 // A request code as the fault key carries it: plain decimal, no sign or leading zero, so that
 // one code has one spelling and the lookup finds it.
 bool IsRequestCode(std::string_view text) {
@@ -62,11 +180,19 @@ bool IsRequestCode(std::string_view text) {
   return value <= std::numeric_limits<uint32_t>::max();
 }
 
+constexpr std::string_view kQualifier = "::";
+
 bool IsKnownFault(std::string_view key) {
+  std::string_view interfaceName;
+  const size_t qualifier = key.find(kQualifier);
+  if (qualifier != std::string_view::npos) {
+    interfaceName = key.substr(0, qualifier);
+    key.remove_prefix(qualifier + kQualifier.size());
+  }
   const size_t colon = key.find(':');
   const std::string_view name = key.substr(0, colon);
   for (const FaultOperation& op : kFaultOperations) {
-    if (op.name != name) continue;
+    if (op.name != name || (!interfaceName.empty() && op.interfaceName != interfaceName)) continue;
     if (colon == std::string_view::npos) return true;
     return op.item == FaultItem::kRequestCode && IsRequestCode(key.substr(colon + 1));
   }
@@ -75,12 +201,16 @@ bool IsKnownFault(std::string_view key) {
 
 std::string KnownFaultsText() {
   std::string names;
-  for (const FaultOperation& op : kFaultOperations) {
+  for (size_t i = 0; i < std::size(kFaultOperations); ++i) {
+    const FaultOperation& op = kFaultOperations[i];
+    bool seen = false;  // Refresh belongs to two interfaces
+    for (size_t j = 0; j < i; ++j) seen = seen || kFaultOperations[j].name == op.name;
+    if (seen) continue;
     if (!names.empty()) names += ", ";
     names += op.name;
     if (op.item == FaultItem::kRequestCode) names += ", " + std::string(op.name) + ":<code>";
   }
-  return names;
+  return names + "; any of them as <interface>::<operation>";
 }
 
 bool ParseFaults(JsonChecker& check, const Json& v, const std::string& path, Scenario* s) {
@@ -111,6 +241,9 @@ constexpr Section kSections[] = {
     {"faults", ParseFaults},
     {"debug", ParseDebug},
     {"driverLink", ParseDriverLink},
+    {"versions", ParseVersions},
+    {"hooks", ParseHooks},
+    {"config", ParseConfig},
 };
 
 bool CheckTopLevelKeys(JsonChecker& check, const Json& doc) {
@@ -161,16 +294,42 @@ bool LoadScenario(const std::string& file, std::string_view builtInText, Scenari
 
 std::optional<int32_t> FindFault(const Scenario& scenario, std::string_view operation,
                                  std::string_view item) {
-  if (!item.empty()) {
-    std::string key(operation);
-    key += ':';
-    key += item;
+  std::string_view plain = operation;
+  const size_t qualifier = operation.find(kQualifier);
+  if (qualifier != std::string_view::npos) plain.remove_prefix(qualifier + kQualifier.size());
+  auto find = [&](std::string_view name, bool withItem) -> std::optional<int32_t> {
+    std::string key(name);
+    if (withItem) {
+      key += ':';
+      key += item;
+    }
     auto it = scenario.faults.find(key);
-    if (it != scenario.faults.end()) return it->second;
+    if (it == scenario.faults.end()) return std::nullopt;
+    return it->second;
+  };
+  const bool qualified = plain.size() != operation.size();
+  if (!item.empty()) {
+    if (qualified) {
+      if (auto fault = find(operation, true)) return fault;
+    }
+    if (auto fault = find(plain, true)) return fault;
   }
-  auto it = scenario.faults.find(operation);
-  if (it == scenario.faults.end()) return std::nullopt;
-  return it->second;
+  if (qualified) {
+    if (auto fault = find(operation, false)) return fault;
+  }
+  return find(plain, false);
+}
+
+Json GlobalSettingsToJson(const GlobalSettings& settings) {
+  Json section = Json::object();
+  for (const Setting& setting : kSettings) {
+    if (setting.flag != nullptr) {
+      section[setting.name] = settings.*setting.flag;
+    } else {
+      section[setting.name] = settings.*setting.number;
+    }
+  }
+  return section;
 }
 
 }  // namespace nw::sim

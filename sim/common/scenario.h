@@ -36,12 +36,56 @@ struct DriverLinkState {
   bool driverRunning = true;
 };
 
+/// The core's global settings: what the configuration builder sets and the snapshot shows. The
+/// initial values are the core's defaults, which ResetToDefaults restores. Integers are the
+/// 32 bits the core keeps; the snapshot hands them out signed.
+struct GlobalSettings {
+  uint32_t maxKernelLogQueueSize = 1048576;
+  uint32_t maxPointProductReplyTime = 30;
+  bool globalPassthru = false;
+  bool packetPassthru = false;
+  bool streamPassthru = false;
+  uint32_t traceLogMask = 0x00000003;
+  bool trafficLog = false;
+  uint32_t maxTrafficLogSize = 10485760;
+  uint32_t maxStateTableSize = 65536;
+  uint32_t stateTableGcPeriod = 30;
+  uint32_t stateTableTcpTimeout = 120;
+  uint32_t stateTableUdpTimeout = 60;
+  uint32_t stateTableForcedTcpTimeout = 86400;
+  uint32_t logThrottle = 1000;
+  bool trackForwardedConnections = false;
+  uint32_t stateTableTcpConnRemovalTimeout = 10;
+  uint32_t connectionThrottleBurstThreshold = 1000;
+  uint32_t connectionThrottleMaxConnectionsRate = 200;
+
+  bool operator==(const GlobalSettings&) const = default;
+};
+
+/// The build versions the core reports; a missing one is reported as null.
+struct CoreVersions {
+  std::optional<std::wstring> service = L"4.12.305.0";
+  std::optional<std::wstring> engine = L"4.12.305.0";
+  std::optional<std::wstring> controlLibrary = L"4.12.305.0";
+};
+
+/// Which of the core's hooks are connected, by policy type.
+struct HookState {
+  bool fragment = false;
+  bool packet = true;
+  bool forward = false;
+  bool stream = true;
+};
+
 struct Scenario {
   ServiceState service;
   /// Injected failures by operation name, or "name:item" for one item of an operation.
   std::map<std::string, int32_t, std::less<>> faults;
   DebugOptions debug;
   DriverLinkState driverLink;
+  CoreVersions versions;
+  HookState hooks;
+  GlobalSettings config;
 
   /// The file the scenario came from, or kBuiltInScenarioName.
   std::string source;
@@ -58,9 +102,14 @@ bool ParseScenario(const Json& doc, const std::string& source, Scenario* out, st
 bool LoadScenario(const std::string& file, std::string_view builtInText, Scenario* out,
                   std::string* error);
 
-/// The status an operation is made to fail with, if any. With an item ("68" for request code
-/// 68), an entry for "operation:item" wins over one for the plain operation.
+/// The status an operation is made to fail with, if any. operation is a plain name
+/// ("Register") or one qualified by its interface ("IGlobalConfigBuilder::Refresh"). Entries
+/// are looked for from the most particular: "<qualified>:<item>", "<plain>:<item>",
+/// "<qualified>", "<plain>".
 std::optional<int32_t> FindFault(const Scenario& scenario, std::string_view operation,
                                  std::string_view item = {});
+
+/// The "config" section as a scenario writes it, every setting present.
+Json GlobalSettingsToJson(const GlobalSettings& settings);
 
 }  // namespace nw::sim

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <memory>
 #include <new>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -40,6 +41,14 @@ class SimObject : public Interface {
 
   State& state() const { return *state_; }
   const std::shared_ptr<State>& sharedState() const { return state_; }
+
+  /// The fault the scenario injects for this interface's operation (see FindFault).
+  std::optional<Status> Fault(std::string_view operation, std::string_view item = {}) const {
+    std::string qualified(name_);
+    qualified += "::";
+    qualified += operation;
+    return state_->Fault(qualified, item);
+  }
 
   /// Traces "<interface>::<operation> -> <status>" and returns status.
   Status Traced(std::string_view operation, Status status) const {

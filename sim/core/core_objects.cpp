@@ -6,6 +6,7 @@
 
 #include "core/interfaces.h"
 #include "sim/common/sim_object.h"
+#include "sim/core/config_objects.h"
 
 namespace nw::sim {
 namespace {
@@ -48,11 +49,17 @@ class Control final : public SimObject<IControl, CoreState> {
   Status GetIpConfigChanged(IIpConfig** out, const Guid*) override {
     return NotImplemented("GetIpConfigChanged", out);
   }
-  Status GetGlobalConfigBuilder(IGlobalConfigBuilder** out, const Guid*) override {
-    return NotImplemented("GetGlobalConfigBuilder", out);
+  Status GetGlobalConfigBuilder(IGlobalConfigBuilder** out, const Guid* interfaceId) override {
+    return Traced("GetGlobalConfigBuilder",
+                  HandOut<GlobalConfigBuilder>("GetGlobalConfigBuilder",
+                                               GlobalConfigBuilderInterfaceId, out, interfaceId));
   }
-  Status GetGlobalConfigAndStateInfo(IGlobalConfigAndStateInfo** out, const Guid*) override {
-    return NotImplemented("GetGlobalConfigAndStateInfo", out);
+  Status GetGlobalConfigAndStateInfo(IGlobalConfigAndStateInfo** out,
+                                     const Guid* interfaceId) override {
+    return Traced("GetGlobalConfigAndStateInfo",
+                  HandOut<GlobalConfigAndStateInfo>("GetGlobalConfigAndStateInfo",
+                                                    GlobalConfigAndStateInfoInterfaceId, out,
+                                                    interfaceId));
   }
   Status GetConnectionTable(IConnectionTable** out, const Guid*) override {
     return NotImplemented("GetConnectionTable", out);
@@ -73,7 +80,7 @@ class Control final : public SimObject<IControl, CoreState> {
     if (out == nullptr) return kStatusInvalidArg;
     *out = nullptr;
     if (interfaceId == nullptr) return kStatusInvalidArg;
-    if (auto fault = state().Fault(operation)) return *fault;
+    if (auto fault = Fault(operation)) return *fault;
     if (!(*interfaceId == expected)) return kStatusNoInterface;
     Object* object = NewObject<Object>(sharedState());
     if (object == nullptr) return kStatusOutOfMemory;
@@ -111,7 +118,7 @@ class RegisterPointProduct final : public SimObject<IRegisterPointProduct, CoreS
     // be read shows here.
     const Scenario* scenario = state().GetScenario();
     if (scenario == nullptr) return kStatusBadScenario;
-    if (auto fault = FindFault(*scenario, "Register")) return *fault;
+    if (auto fault = Fault("Register")) return *fault;
     if (!scenario->service.running) return kStatusServiceNotActive;
     if (!(*interfaceId == ControlInterfaceId)) return kStatusNoInterface;
     Control* object = NewObject<Control>(sharedState());
@@ -125,7 +132,7 @@ class RegisterPointProduct final : public SimObject<IRegisterPointProduct, CoreS
   // scenario (already reported by Register) does not fail the clean-up a second time.
   Status DoUnregister(const Guid* pointProductId) {
     if (pointProductId == nullptr) return kStatusInvalidArg;
-    if (auto fault = state().Fault("Unregister")) return *fault;
+    if (auto fault = Fault("Unregister")) return *fault;
     const Scenario* scenario = state().GetScenario();
     if (scenario != nullptr && !scenario->service.running) return kStatusServiceNotActive;
     state().RemoveProduct(*pointProductId);

@@ -35,7 +35,7 @@ class DriverLink final : public SimObject<IDriverLink> {
 
  private:
   Status Send(uint32_t code, const std::string& codeText, uint32_t* bytesReturned) {
-    if (auto fault = state().Fault("SendControlRequest", codeText)) return *fault;
+    if (auto fault = Fault("SendControlRequest", codeText)) return *fault;
     if (code != FW_IOCTL_EVALUATE_NET_DRIVER_REQUIREMENTS) return kErrorInvalidFunction;
     // Re-evaluating the drivers' requirements returns no data.
     if (bytesReturned != nullptr) *bytesReturned = 0;
@@ -58,7 +58,7 @@ class DriverLinkConnector final : public SimObject<IDriverLinkConnector> {
   Status Connect(const wchar_t* driverName, IDriverLink** link) {
     if (link == nullptr) return kStatusInvalidArg;
     *link = nullptr;
-    if (auto fault = state().Fault("ConnectToContentDriver")) return *fault;
+    if (auto fault = Fault("ConnectToContentDriver")) return *fault;
     const Scenario* scenario = state().GetScenario();
     // A driver that is not running, or one of another name, cannot be opened: its device
     // does not exist.

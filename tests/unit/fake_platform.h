@@ -5,6 +5,7 @@
 
 #include <cstring>
 #include <map>
+#include <utility>
 #include <string>
 #include <vector>
 
@@ -173,6 +174,14 @@ class FakeProcess final : public platform::Process {
   void OutputDebugString(const wchar_t* text) override { debugLines.push_back(WideToUtf8(text)); }
   int32_t WsaStartup(uint16_t) override { return wsaStartupError; }
   void WsaCleanup() override {}
+  /// Each address request as (family, length offered); every one fails as text that is no
+  /// address.
+  std::vector<std::pair<uint16_t, int32_t>> addressRequests;
+  int32_t StringToAddress(const wchar_t*, uint16_t family, platform::SocketAddress*,
+                          int32_t* length) override {
+    addressRequests.emplace_back(family, *length);
+    return 10022;
+  }
   void IgnoreInvalidParameters() override {}
 };
 

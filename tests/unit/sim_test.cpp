@@ -47,7 +47,7 @@ template <class State>
 struct TestLibrary {
   TestLibrary(const char* prefix, const std::string& scenario) : file(scenario) {
     state = std::make_shared<State>(LibraryState::Options{
-        prefix, DefaultScenarioText(), file.path(),
+        prefix, DefaultScenarioText(), file.path(), "",
         [lines = lines](const std::wstring& line) { lines->push_back(line); }, false});
   }
   ScenarioFile file;
@@ -69,8 +69,15 @@ TEST(ScenarioTest, RejectsBadDocumentsNamingFilePathAndWhatWasExpected) {
       "expected a status (an integer, or a text \"0x\" and up to 8 hex digits)";
   const std::string operation =
       "expected a known operation (Register, Unregister, GetPolicyManager, "
-      "GetHighPriorityIpListControl, DrvLinkConnectAsync, DrvLinkConnect, ConnectToContentDriver, "
-      "SendControlRequest, SendControlRequest:<code>)";
+      "GetHighPriorityIpListControl, GetGlobalConfigBuilder, GetGlobalConfigAndStateInfo, "
+      "Refresh, ResetToDefaults, Apply, SetMaxKernelLogQueueSize, SetMaxPointProductReplyTime, "
+      "SetPassthruMode, SetGlobalPassthruMode, SetTraceLogMask, EnableTrafficLog, "
+      "SetMaxTrafficLogSize, SetStateTableGcPeriod, SetStateTableTcpTimeout, "
+      "SetStateTableUdpTimeout, SetStateTableForcedTcpTimeout, SetLogThrottle, "
+      "SetTrackForwardedConnections, SetMaxStateTableSize, SetStateTableTcpConnRemovalTimeOut, "
+      "SetConnectionThrottleBurstThreshold, SetConnectionThrottleMaxConnectionsRate, "
+      "DrvLinkConnectAsync, DrvLinkConnect, ConnectToContentDriver, SendControlRequest, "
+      "SendControlRequest:<code>; any of them as <interface>::<operation>)";
   const struct {
     const char* text;
     std::string expected;  // after "<file>: "
@@ -79,7 +86,7 @@ TEST(ScenarioTest, RejectsBadDocumentsNamingFilePathAndWhatWasExpected) {
       {R"({"service": {"running": "yes"}})", "/service/running: expected true or false"},
       {R"({"debug": true})", "/debug: expected an object"},
       {R"({"servce": {}})",
-       "/servce: expected one of the known fields (service, faults, debug, driverLink)"},
+       "/servce: expected one of the known fields (service, faults, debug, driverLink, versions, hooks, config)"},
       {R"({"driverLink": {"running": false}})",
        "/driverLink/running: expected one of the known fields (driverRunning)"},
       {R"({"faults": {"Regster": 5}})", "/faults/Regster: " + operation},
@@ -420,7 +427,7 @@ TEST(DebugOutputTest, LeakReportFollowsDebugOptionsAndBadScenarioIsReportedOnce)
       {R"({"debug": {"reportLeaks": false}})", {}},
       {R"({"debug": {"trace": false, "reportLeaks": false}, "bogus": 1})",
        {L"kvxfwctl: bad scenario: <file>: /bogus: expected one of the known fields (service, "
-        L"faults, debug, driverLink)\n",
+        L"faults, debug, driverLink, versions, hooks, config)\n",
         L"kvxfwctl: leak: IRegisterPointProduct still referenced (refs 1)\n"}},
   };
   for (const auto& c : cases) {
