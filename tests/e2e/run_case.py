@@ -18,6 +18,12 @@ A case is a folder:
   stdout.shared     the name of a file under e2e/shared/ that holds them
   status            the expected exit status as the shell sees it (0-255)
   debug.log         optional; the exact debugger output expected
+  before            optional; the arguments (one per line) of a run made first, in the same
+                    tree and environment, that must exit with 0 (its output is not compared)
+  scenario.after.json
+                    optional; the scenario the core must have saved by the end: compared as
+                    JSON with the run's copy of scenario.json or, for a case without one, with
+                    the state file the core keeps beside itself ("null": no such file)
 In host.json and scenario.json, {ROOT} stands for the temporary root as a Windows-form path
 written for JSON; in stdout and debug.log it stands for the same path as plain text, and
 {NATIVE_ROOT} for the root as the operating system writes it, and {EXE} for the program's file
@@ -117,6 +123,42 @@ def read_expectations(case_dir):
     return args, expected_stdout, expected_status, read_text(os.path.join(case_dir, "debug.log"))
 
 
+def core_state_file(root, layout):
+    """Where the simulated core saves the built-in scenario: beside the core library."""
+    folder = next((folder for name, folder, *_ in layout["libs"] if name == LIBRARIES[0]), None)
+    return os.path.join(root, folder, "kvx-sim-state.json") if folder is not None else None
+
+
+def check_scenario_after(case_dir, saved_file, json_root, failures):
+    """Compares what the core saved with scenario.after.json, when the case has one."""
+    text = read_text(os.path.join(case_dir, "scenario.after.json"))
+    if text is None:
+        return
+    expected = json.loads(text.replace("{ROOT}", json_root))
+    actual_text = read_text(saved_file) if saved_file is not None else None
+    actual = json.loads(actual_text) if actual_text is not None else None
+    if actual != expected:
+        show_difference("saved scenario", json.dumps(expected, indent=2) + "\n",
+                        json.dumps(actual, indent=2) + "\n")
+        failures.append("saved scenario")
+
+
+def run_before(case_dir, command, cwd, env, failures):
+    """Runs the case's preliminary command; a failure of it fails the case."""
+    args = read_text(os.path.join(case_dir, "before"))
+    if args is None:
+        return
+    with tempfile.TemporaryFile() as out:
+        # A file, not a pipe: a Wine helper that outlives the program must not hold the run up.
+        result = subprocess.run(command + [a for a in args.split("\n") if a != ""], cwd=cwd,
+                                env=env, stdin=subprocess.DEVNULL, stdout=out,
+                                stderr=subprocess.DEVNULL, timeout=60)
+        out.seek(0)
+        if result.returncode != 0:
+            failures.append(f"the 'before' run exited with {result.returncode}:\n" +
+                            out.read().decode("utf-8", "replace"))
+
+
 def skip(case_dir, reason):
     print(f"{os.path.basename(case_dir)}: skipped: {reason}")
     return SKIP
@@ -154,6 +196,8 @@ def run(build_dir, case_dir):
                     f.write(text.replace("{ROOT}", json_root))
                 env[variable] = target
 
+        failures = []
+        run_before(case_dir, [exe], os.path.join(root, layout["cwd"]), env, failures)
         result = subprocess.run([exe] + args, cwd=os.path.join(root, layout["cwd"]), env=env,
                                 stdin=subprocess.DEVNULL, capture_output=True, timeout=60)
         actual_stdout = result.stdout.decode("utf-8", errors="replace")
@@ -163,13 +207,14 @@ def run(build_dir, case_dir):
             return (text.replace("{NATIVE_ROOT}", root).replace("{ROOT}", root_win)
                     .replace("{EXE}", "netwarden"))
 
-        failures = []
         if actual_stdout != expand(expected_stdout):
             show_difference("stdout", expand(expected_stdout), actual_stdout)
             failures.append("stdout")
         status = result.returncode & 0xFF
         if status != int(expected_status.strip()):
             failures.append(f"status {status}, expected {expected_status.strip()}")
+        check_scenario_after(case_dir, env.get("KVX_SIM_STATE", core_state_file(root, layout)),
+                             json_root, failures)
         if expected_debug is not None:
             if debug != expand(expected_debug):
                 show_difference("debug log", expand(expected_debug), debug)
@@ -323,11 +368,12 @@ def run_wine(build_dir, prepared_dir, case_dir):
                             os.path.join(root, folder, name))
 
         text = read_text(os.path.join(case_dir, "scenario.json"))
+        saved_file = core_state_file(root, layout)
         if text is not None:
-            target = os.path.join(root, "scenario.json")
-            with open(target, "w", encoding="utf-8") as f:
+            saved_file = os.path.join(root, "scenario.json")
+            with open(saved_file, "w", encoding="utf-8") as f:
                 f.write(text.replace("{ROOT}", json_root))
-            env["KVX_SIM_STATE"] = wine_path(target)
+            env["KVX_SIM_STATE"] = wine_path(saved_file)
 
         if host_text is not None:
             host = json.loads(host_text.replace("{ROOT}", json_root))
@@ -340,6 +386,8 @@ def run_wine(build_dir, prepared_dir, case_dir):
                 return skip(case_dir, f"Wine's registry refused {key}\\{name} "
                             f"({len(data)} characters)")
 
+        failures = []
+        run_before(case_dir, [WINE, exe], os.path.join(root, layout["cwd"]), env, failures)
         with tempfile.TemporaryFile() as out, tempfile.TemporaryFile() as err:
             # Files rather than pipes: a Wine helper process that outlives the program must not
             # keep the run waiting for the end of its output.
@@ -356,7 +404,6 @@ def run_wine(build_dir, prepared_dir, case_dir):
                           lambda m: root_win + windows_form(m.group(1)), text)
             return text.replace("{ROOT}", root_win).replace("{EXE}", "netwarden.exe")
 
-        failures = []
         crlf = raw_stdout.count("\r\n")
         if raw_stdout.count("\n") != crlf or raw_stdout.count("\r") != crlf:
             failures.append("standard output does not end every line with exactly \\r\\n: " +
@@ -368,6 +415,7 @@ def run_wine(build_dir, prepared_dir, case_dir):
         status = result.returncode & 0xFF
         if status != int(expected_status.strip()):
             failures.append(f"status {status}, expected {expected_status.strip()}")
+        check_scenario_after(case_dir, saved_file, json_root, failures)
         debug = debugger_output(stderr_text)
         if debug is None:
             failures.append("Wine cut a debugger message short:\n" + stderr_text)
