@@ -3,10 +3,10 @@
 #include <new>
 
 #include "cli/console.h"
-#include "cli/wide_text.h"
 #include "cli/core_connection.h"
 #include "cli/handlers.h"
 #include "cli/loader.h"
+#include "cli/wide_text.h"
 #include "platform/process.h"
 
 namespace nw {

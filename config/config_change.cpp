@@ -104,8 +104,7 @@ constexpr SettingCommand kSettingCommands[] = {
     // The burst threshold reports itself as a rate.
     {42, Accepts::kDecimalRange, L"Invalid Connection rate %s, must be from %d to %d\n",
      [](IGlobalConfigBuilder& b, int32_t v) { return b.SetConnectionThrottleBurstThreshold(v); },
-     L"Error from IGlobalConfigBuilder::SetConnectionThrottleBurstThreshold - %08x.\n", 100,
-     8192},
+     L"Error from IGlobalConfigBuilder::SetConnectionThrottleBurstThreshold - %08x.\n", 100, 8192},
     {43, Accepts::kDecimalRange, L"Invalid Connection rate %s, must be from %d to %d\n",
      [](IGlobalConfigBuilder& b, int32_t v) {
        return b.SetConnectionThrottleMaxConnectionsRate(v);
@@ -121,9 +120,7 @@ const SettingCommand* FindSettingCommand(CommandCode code) {
   return nullptr;
 }
 
-const wchar_t* OptionName(CommandCode code) {
-  return code == 35 ? OptionTrackForwarding : L"";
-}
+const wchar_t* OptionName(CommandCode code) { return code == 35 ? OptionTrackForwarding : L""; }
 
 /// Reads the argument as the command wants it. False when it is not accepted; *value then
 /// holds nothing of use.

@@ -122,9 +122,9 @@ constexpr const wchar_t* kMatchTypeNames[] = {
 };
 
 constexpr const wchar_t* kMatchOpNames[] = {
-    L"FW_MATCH_OP_EQUAL",     L"FW_MATCH_OP_EQUAL_NOT",    L"FW_MATCH_OP_GEQ",
-    L"FW_MATCH_OP_LEQ",       L"FW_MATCH_OP_IN_RANGE",     L"FW_MATCH_OP_IN_RANGE_NOT",
-    L"FW_MATCH_OP_BITMASK",   L"FW_MATCH_OP_BITMASK_NOT",  L"FW_MATCH_OP_LAST",
+    L"FW_MATCH_OP_EQUAL",   L"FW_MATCH_OP_EQUAL_NOT",   L"FW_MATCH_OP_GEQ",
+    L"FW_MATCH_OP_LEQ",     L"FW_MATCH_OP_IN_RANGE",    L"FW_MATCH_OP_IN_RANGE_NOT",
+    L"FW_MATCH_OP_BITMASK", L"FW_MATCH_OP_BITMASK_NOT", L"FW_MATCH_OP_LAST",
 };
 
 constexpr const wchar_t* kDirectionNames[] = {
@@ -142,9 +142,9 @@ constexpr const wchar_t* kPhysicalMediumNames[] = {
 };
 
 constexpr const wchar_t* kConnectionStateNames[] = {
-    L"FWCS_UNKNOWN",           L"FWCS_LISTEN",           L"FWCS_INIT",
-    L"FWCS_CONNECTING",        L"FWCS_ESTABLISHED",      L"FWCS_PROBATION_PENDING",
-    L"FWCS_ON_PROBATION",      L"FWCS_PROBATION_FAILED", L"FWCS_TIMED_OUT",
+    L"FWCS_UNKNOWN",      L"FWCS_LISTEN",           L"FWCS_INIT",
+    L"FWCS_CONNECTING",   L"FWCS_ESTABLISHED",      L"FWCS_PROBATION_PENDING",
+    L"FWCS_ON_PROBATION", L"FWCS_PROBATION_FAILED", L"FWCS_TIMED_OUT",
     L"FWCS_CHILD_INIT",
 };
 static_assert(std::size(kPhysicalMediumNames) == kPhysicalMediumBound);
@@ -222,9 +222,9 @@ constexpr NamedValue kMatchTypeReader[] = {
 };
 
 constexpr NamedValue kMatchOpReader[] = {
-    {L"FW_MATCH_OP_EQUAL", 0},    {L"FW_MATCH_OP_EQUAL_NOT", 1},   {L"FW_MATCH_OP_GEQ", 2},
-    {L"FW_MATCH_OP_LEQ", 3},      {L"FW_MATCH_OP_IN_RANGE", 4},    {L"FW_MATCH_OP_IN_RANGE_NOT", 5},
-    {L"FW_MATCH_OP_BITMASK", 6},  {L"FW_MATCH_OP_BITMASK_NOT", 7},
+    {L"FW_MATCH_OP_EQUAL", 0},   {L"FW_MATCH_OP_EQUAL_NOT", 1},   {L"FW_MATCH_OP_GEQ", 2},
+    {L"FW_MATCH_OP_LEQ", 3},     {L"FW_MATCH_OP_IN_RANGE", 4},    {L"FW_MATCH_OP_IN_RANGE_NOT", 5},
+    {L"FW_MATCH_OP_BITMASK", 6}, {L"FW_MATCH_OP_BITMASK_NOT", 7},
 };
 
 constexpr NamedValue kDirectionReader[] = {
@@ -240,17 +240,17 @@ constexpr NamedValue kPhysicalMediumReader[] = {
 };
 
 constexpr NamedValue kConnectionStateReader[] = {
-    {L"FWCS_UNKNOWN", 0},          {L"FWCS_LISTEN", 1},           {L"FWCS_INIT", 2},
-    {L"FWCS_CONNECTING", 3},       {L"FWCS_ESTABLISHED", 4},      {L"FWCS_PROBATION_PENDING", 5},
-    {L"FWCS_ON_PROBATION", 6},     {L"FWCS_PROBATION_FAILED", 7}, {L"FWCS_TIMED_OUT", 8},
+    {L"FWCS_UNKNOWN", 0},      {L"FWCS_LISTEN", 1},           {L"FWCS_INIT", 2},
+    {L"FWCS_CONNECTING", 3},   {L"FWCS_ESTABLISHED", 4},      {L"FWCS_PROBATION_PENDING", 5},
+    {L"FWCS_ON_PROBATION", 6}, {L"FWCS_PROBATION_FAILED", 7}, {L"FWCS_TIMED_OUT", 8},
     {L"FWCS_CHILD_INIT", 9},
 };
 
 constexpr NamedValue kIpProtocolReader[] = {
-    {L"IP_PROTO_IPV6_HOPOPT", 0},    {L"IP_PROTO_ICMP", 1},          {L"IP_PROTO_IGMP", 2},
-    {L"IP_PROTO_IPV4", 4},           {L"IP_PROTO_TCP", 6},           {L"IP_PROTO_UDP", 17},
-    {L"IP_PROTO_IPV6", 41},          {L"IP_PROTO_ESP", 50},          {L"IP_PROTO_IPV6_ROUTEOPT", 43},
-    {L"IP_PROTO_IPV6_FRAGOPT", 44},  {L"IP_PROTO_GRE", 47},          {L"IP_PROTO_IPV6_ICMP", 58},
+    {L"IP_PROTO_IPV6_HOPOPT", 0},    {L"IP_PROTO_ICMP", 1},         {L"IP_PROTO_IGMP", 2},
+    {L"IP_PROTO_IPV4", 4},           {L"IP_PROTO_TCP", 6},          {L"IP_PROTO_UDP", 17},
+    {L"IP_PROTO_IPV6", 41},          {L"IP_PROTO_ESP", 50},         {L"IP_PROTO_IPV6_ROUTEOPT", 43},
+    {L"IP_PROTO_IPV6_FRAGOPT", 44},  {L"IP_PROTO_GRE", 47},         {L"IP_PROTO_IPV6_ICMP", 58},
     {L"IP_PROTO_IPV6_NONXTOPT", 59}, {L"IP_PROTO_IPV6_DSTOPT", 60},
 };
 
@@ -341,7 +341,8 @@ bool ParseIpAddress(IpAddress* record, const wchar_t* text) {
 void FormatGuid(wchar_t* destination, const Guid* guid) {
   wchar_t* out = destination;
   auto put = [&out](uint64_t value, int digits) {
-    for (int shift = 4 * (digits - 1); shift >= 0; shift -= 4) *out++ = kHexDigits[value >> shift & 0xF];
+    for (int shift = 4 * (digits - 1); shift >= 0; shift -= 4)
+      *out++ = kHexDigits[value >> shift & 0xF];
   };
   put(guid->Data1, 8);
   *out++ = L'-';

@@ -1,7 +1,7 @@
 // Identifiers from the RPC runtime.
 
-#include <windows.h>
 #include <rpc.h>
+#include <windows.h>
 
 #include <cstring>
 #include <string>

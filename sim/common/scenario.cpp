@@ -84,8 +84,8 @@ constexpr Setting kSettings[] = {
     {"stateTableTcpConnRemovalTimeout", &GlobalSettings::stateTableTcpConnRemovalTimeout, nullptr},
     {"connectionThrottleBurstThreshold", &GlobalSettings::connectionThrottleBurstThreshold,
      nullptr},
-    {"connectionThrottleMaxConnectionsRate",
-     &GlobalSettings::connectionThrottleMaxConnectionsRate, nullptr},
+    {"connectionThrottleMaxConnectionsRate", &GlobalSettings::connectionThrottleMaxConnectionsRate,
+     nullptr},
 };
 
 bool OptionalBool(JsonChecker& check, const Json& object, const std::string& path, const char* key,
@@ -110,8 +110,8 @@ bool ParseDriverLink(JsonChecker& check, const Json& v, const std::string& path,
          OptionalBool(check, v, path, "driverRunning", &s->driverLink.driverRunning);
 }
 
-bool ParseVersion(JsonChecker& check, const Json& object, const std::string& path,
-                  const char* key, std::optional<std::wstring>* out) {
+bool ParseVersion(JsonChecker& check, const Json& object, const std::string& path, const char* key,
+                  std::optional<std::wstring>* out) {
   auto it = object.find(key);
   if (it == object.end()) return true;
   if (it->is_null()) {
@@ -237,12 +237,8 @@ struct Section {
 
 // The top-level fields of a scenario, checked in this order. A new section is one line here.
 constexpr Section kSections[] = {
-    {"service", ParseService},
-    {"faults", ParseFaults},
-    {"debug", ParseDebug},
-    {"driverLink", ParseDriverLink},
-    {"versions", ParseVersions},
-    {"hooks", ParseHooks},
+    {"service", ParseService},       {"faults", ParseFaults},     {"debug", ParseDebug},
+    {"driverLink", ParseDriverLink}, {"versions", ParseVersions}, {"hooks", ParseHooks},
     {"config", ParseConfig},
 };
 

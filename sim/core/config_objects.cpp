@@ -160,8 +160,7 @@ Status GlobalConfigBuilder::SetStateTableUdpTimeout(int32_t seconds) {
   return Set("SetStateTableUdpTimeout", &GlobalSettings::stateTableUdpTimeout, seconds);
 }
 Status GlobalConfigBuilder::SetStateTableForcedTcpTimeout(uint32_t seconds) {
-  return Set("SetStateTableForcedTcpTimeout", &GlobalSettings::stateTableForcedTcpTimeout,
-             seconds);
+  return Set("SetStateTableForcedTcpTimeout", &GlobalSettings::stateTableForcedTcpTimeout, seconds);
 }
 Status GlobalConfigBuilder::SetLogThrottle(int32_t microseconds) {
   return Set("SetLogThrottle", &GlobalSettings::logThrottle, microseconds);
@@ -173,8 +172,8 @@ Status GlobalConfigBuilder::SetMaxStateTableSize(int32_t connections) {
   return Set("SetMaxStateTableSize", &GlobalSettings::maxStateTableSize, connections);
 }
 Status GlobalConfigBuilder::SetStateTableTcpConnRemovalTimeOut(int32_t seconds) {
-  return Set("SetStateTableTcpConnRemovalTimeOut",
-             &GlobalSettings::stateTableTcpConnRemovalTimeout, seconds);
+  return Set("SetStateTableTcpConnRemovalTimeOut", &GlobalSettings::stateTableTcpConnRemovalTimeout,
+             seconds);
 }
 Status GlobalConfigBuilder::SetConnectionThrottleBurstThreshold(int32_t connections) {
   return Set("SetConnectionThrottleBurstThreshold",

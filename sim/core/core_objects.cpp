@@ -56,10 +56,10 @@ class Control final : public SimObject<IControl, CoreState> {
   }
   Status GetGlobalConfigAndStateInfo(IGlobalConfigAndStateInfo** out,
                                      const Guid* interfaceId) override {
-    return Traced("GetGlobalConfigAndStateInfo",
-                  HandOut<GlobalConfigAndStateInfo>("GetGlobalConfigAndStateInfo",
-                                                    GlobalConfigAndStateInfoInterfaceId, out,
-                                                    interfaceId));
+    return Traced(
+        "GetGlobalConfigAndStateInfo",
+        HandOut<GlobalConfigAndStateInfo>("GetGlobalConfigAndStateInfo",
+                                          GlobalConfigAndStateInfoInterfaceId, out, interfaceId));
   }
   Status GetConnectionTable(IConnectionTable** out, const Guid*) override {
     return NotImplemented("GetConnectionTable", out);

@@ -13,8 +13,12 @@ using nw::sim::CoreState;
 
 const std::shared_ptr<CoreState>& Library() {
   static const std::shared_ptr<CoreState> state = std::make_shared<CoreState>(
-      CoreState::Options{"kvxfwctl", nw::sim::DefaultScenarioText(), std::nullopt,
-                            nw::sim::FileBesideLibrary(nw::sim::kDefaultStateFileName), {}, true});
+      CoreState::Options{"kvxfwctl",
+                         nw::sim::DefaultScenarioText(),
+                         std::nullopt,
+                         nw::sim::FileBesideLibrary(nw::sim::kDefaultStateFileName),
+                         {},
+                         true});
   return state;
 }
 

@@ -14,8 +14,12 @@ using nw::sim::LibraryState;
 const std::shared_ptr<LibraryState>& Library() {
   // The same built-in scenario as the core's, so that both describe one host.
   static const std::shared_ptr<LibraryState> state = std::make_shared<LibraryState>(
-      LibraryState::Options{"kvxhida", nw::sim::DefaultScenarioText(), std::nullopt,
-                            nw::sim::FileBesideLibrary(nw::sim::kDefaultStateFileName), {}, true});
+      LibraryState::Options{"kvxhida",
+                            nw::sim::DefaultScenarioText(),
+                            std::nullopt,
+                            nw::sim::FileBesideLibrary(nw::sim::kDefaultStateFileName),
+                            {},
+                            true});
   return state;
 }
 

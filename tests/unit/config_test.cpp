@@ -330,7 +330,8 @@ TEST(ConfigDisplayTest, PassthruBlockForEveryCombination) {
     core.packet = c.packet;
     core.stream = c.stream;
     const std::string out = RunAgainst(core, [](CoreConnection& conn) { ConfigDisplay(conn); });
-    const std::string expectedStart = std::string(kVersionsBlock) + c.block + "\nHooks connected:\n\n";
+    const std::string expectedStart =
+        std::string(kVersionsBlock) + c.block + "\nHooks connected:\n\n";
     EXPECT_EQ(out.substr(0, expectedStart.size()), expectedStart);
   }
 }
@@ -352,10 +353,13 @@ TEST(ConfigDisplayTest, FailuresPrintOneLineAndRefreshAbandonsTheObject) {
     const char* out;
     Calls calls;
   } cases[] = {
-      {static_cast<Status>(0x80070005u), 0,
+      {static_cast<Status>(0x80070005u),
+       0,
        "Error from IControl::GetGlobalConfigAndStateInfo 80070005\n",
        {"GetGlobalConfigAndStateInfo"}},
-      {0, static_cast<Status>(0x8000FFFFu), "Error from IGlobalConfigAndStateInfo::Refresh 8000ffff\n",
+      {0,
+       static_cast<Status>(0x8000FFFFu),
+       "Error from IGlobalConfigAndStateInfo::Refresh 8000ffff\n",
        {"GetGlobalConfigAndStateInfo", "Refresh"}},
   };
   for (const auto& c : cases) {
@@ -443,8 +447,8 @@ TEST(ConfigChangeTest, EveryCommandReadsItsArgumentAndSetsOnce) {
       {C, 36, L"1023", "Invalid state tabke size value 1023, must be from 1024 to 1048576\n", ""},
       {C, 36, L"1048576", "", "SetMaxStateTableSize(1048576)"},
       {C, 41, L"0", "", "SetStateTableTcpConnRemovalTimeOut(0)"},
-      {C, 41, L"181",
-       "Invalid TCP Connection removal timeout value 181, must be from 0 to 180\n", ""},
+      {C, 41, L"181", "Invalid TCP Connection removal timeout value 181, must be from 0 to 180\n",
+       ""},
       {C, 42, L"99", "Invalid Connection rate 99, must be from 100 to 8192\n", ""},
       {C, 42, L"8192", "", "SetConnectionThrottleBurstThreshold(8192)"},
       {C, 43, L"abc", "Invalid Connection rate abc, must be from 1 to 1000\n", ""},
@@ -487,7 +491,8 @@ TEST(ConfigChangeTest, FailingSetterIsReportedAndNothingIsApplied) {
     const char* out;
   } cases[] = {
       {11, L"on", "EnableTrafficLog", "Error from IGlobalConfigBuilder::EnableTrafficLog - "},
-      {12, L"5", "SetMaxTrafficLogSize", "Error from IGlobalConfigBuilder::SetMaxTrafficLogSize - "},
+      {12, L"5", "SetMaxTrafficLogSize",
+       "Error from IGlobalConfigBuilder::SetMaxTrafficLogSize - "},
       {13, L"1f", "SetTraceLogMask", "Error from IGlobalConfigBuilder::SetTraceLogMask - "},
       {17, L"off", "SetGlobalPassthruMode",
        "Error from IGlobalConfigBuilder::SetGlobalPassthruMode - "},
@@ -503,9 +508,11 @@ TEST(ConfigChangeTest, FailingSetterIsReportedAndNothingIsApplied) {
        "Error from IGlobalConfigBuilder::SetStateTableUdpTimeout - "},
       {31, L"3600", "SetStateTableForcedTcpTimeout",
        "Error from IGlobalConfigBuilder::SetStateTableForcedTcpTimeout - "},
-      {32, L"5", "SetStateTableGcPeriod", "Error from IGlobalConfigBuilder::SetStateTableGcPeriod - "},
+      {32, L"5", "SetStateTableGcPeriod",
+       "Error from IGlobalConfigBuilder::SetStateTableGcPeriod - "},
       {34, L"5", "SetLogThrottle", "Error from IGlobalConfigBuilder::SetLogThrottle - "},
-      {36, L"2048", "SetMaxStateTableSize", "Error from IGlobalConfigBuilder::SetMaxStateTableSize - "},
+      {36, L"2048", "SetMaxStateTableSize",
+       "Error from IGlobalConfigBuilder::SetMaxStateTableSize - "},
       {41, L"5", "SetStateTableTcpConnRemovalTimeOut",
        "Error from IGlobalConfigBuilder::SetStateTableTcpConnRemovalTimeOut - "},
       {42, L"500", "SetConnectionThrottleBurstThreshold",
@@ -518,9 +525,8 @@ TEST(ConfigChangeTest, FailingSetterIsReportedAndNothingIsApplied) {
     FakeCore core;
     core.failingSetter = c.setter;
     core.setterStatus = static_cast<Status>(0x8007000Du);
-    const std::string out = RunAgainst(core, [&c](CoreConnection& conn) {
-      ConfigChange(conn, c.code, c.argument, false);
-    });
+    const std::string out = RunAgainst(
+        core, [&c](CoreConnection& conn) { ConfigChange(conn, c.code, c.argument, false); });
     EXPECT_EQ(out, std::string(c.out) + "8007000d.\n");
     EXPECT_EQ(LastStatus, static_cast<Status>(0x8007000Du));
     ASSERT_EQ(core.calls.size(), 4u);
@@ -541,7 +547,8 @@ TEST(ConfigChangeTest, TrackForwardedSetterStatusIsNotExamined) {
 TEST(ConfigChangeTest, FailingApplyGoesUnnoticedAndNoBuilderMeansNothingElse) {
   FakeCore applyFails;
   applyFails.apply = static_cast<Status>(0x80004005u);
-  EXPECT_EQ(RunAgainst(applyFails, [](CoreConnection& c) { TrafficLogChange(c, 12, L"4096"); }), "");
+  EXPECT_EQ(RunAgainst(applyFails, [](CoreConnection& c) { TrafficLogChange(c, 12, L"4096"); }),
+            "");
   EXPECT_EQ(LastStatus, 0);
 
   FakeCore noBuilder;
@@ -559,9 +566,13 @@ TEST(ConfigResetTest, ResetsAppliesAndReportsApply) {
     Calls calls;
   } cases[] = {
       {0, 0, "", {"GetGlobalConfigBuilder", "ResetToDefaults", "Apply", "Release"}},
-      {0, static_cast<Status>(0x80004005u), "Error from IControl::Apply 80004005\n",
+      {0,
+       static_cast<Status>(0x80004005u),
+       "Error from IControl::Apply 80004005\n",
        {"GetGlobalConfigBuilder", "ResetToDefaults", "Apply", "Release"}},
-      {static_cast<Status>(0x80070005u), 0, "Error from IControl::GetGlobalConfigBuilder 80070005\n",
+      {static_cast<Status>(0x80070005u),
+       0,
+       "Error from IControl::GetGlobalConfigBuilder 80070005\n",
        {"GetGlobalConfigBuilder"}},
   };
   for (const auto& c : cases) {
@@ -582,9 +593,8 @@ TEST(ConfigParsersTest, OnOffWords) {
     const wchar_t* text;
     int32_t expected;
   } cases[] = {
-      {L"yes", 1}, {L"ON", 1},   {L"True", 1},  {L"no", 0},   {L"OFF", 0},    {L"faLSE", 0},
-      {L"1", -1},  {L"0", -1},   {L"", -1},     {L"on ", -1}, {L"onn", -1},   {L"y", -1},
-      {nullptr, -1},
+      {L"yes", 1}, {L"ON", 1}, {L"True", 1}, {L"no", 0},   {L"OFF", 0}, {L"faLSE", 0}, {L"1", -1},
+      {L"0", -1},  {L"", -1},  {L"on ", -1}, {L"onn", -1}, {L"y", -1},  {nullptr, -1},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.text != nullptr ? WideToUtf8(c.text) : "(null)");

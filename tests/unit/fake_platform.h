@@ -5,8 +5,8 @@
 
 #include <cstring>
 #include <map>
-#include <utility>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "cli/format.h"

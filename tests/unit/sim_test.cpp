@@ -86,7 +86,8 @@ TEST(ScenarioTest, RejectsBadDocumentsNamingFilePathAndWhatWasExpected) {
       {R"({"service": {"running": "yes"}})", "/service/running: expected true or false"},
       {R"({"debug": true})", "/debug: expected an object"},
       {R"({"servce": {}})",
-       "/servce: expected one of the known fields (service, faults, debug, driverLink, versions, hooks, config)"},
+       "/servce: expected one of the known fields (service, faults, debug, driverLink, versions, "
+       "hooks, config)"},
       {R"({"driverLink": {"running": false}})",
        "/driverLink/running: expected one of the known fields (driverRunning)"},
       {R"({"faults": {"Regster": 5}})", "/faults/Regster: " + operation},
