@@ -10,7 +10,7 @@ if [ "$(id -u)" -ne 0 ]; then SUDO="sudo"; fi
 export DEBIAN_FRONTEND=noninteractive
 $SUDO apt-get update -qq
 $SUDO apt-get install -y -qq g++ cmake nlohmann-json3-dev libssl-dev libgtest-dev python3 \
-  uuid-dev pkg-config g++-mingw-w64-x86-64-posix wine64 osslsigncode openssl >/dev/null
+  uuid-dev pkg-config libbenchmark-dev g++-mingw-w64-x86-64-posix wine64 osslsigncode openssl >/dev/null
 
 # The Windows build first: the Linux configure step looks for it and, with Wine present, runs
 # every end-to-end case against it too.

@@ -1,0 +1,2 @@
+/* The yardstick for start-up: a program that starts and exits. */
+int main(void) { return 0; }
