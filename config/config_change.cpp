@@ -187,17 +187,23 @@ void ChangeSetting(IGlobalConfigBuilder& builder, const SettingCommand& command,
   if (status != kStatusOk) ConsolePrint(command.failure, status);
 }
 
+/// Step one of every builder command: the builder, or null after its failure was reported and
+/// stored in LastStatus.
+IGlobalConfigBuilder* GetBuilder(CoreConnection& connection) {
+  IGlobalConfigBuilder* builder = nullptr;
+  LastStatus =
+      connection.control->GetGlobalConfigBuilder(&builder, &GlobalConfigBuilderInterfaceId);
+  if (LastStatus == kStatusOk) return builder;
+  ConsolePrint(L"Error from IControl::GetGlobalConfigBuilder %08x\n", LastStatus);
+  return nullptr;
+}
+
 /// The frame both change handlers share: get the builder, load it, let the case run, and
 /// apply only when no setter failed. Apply's own status is not looked at.
 template <class Case>
 void WithLoadedBuilder(CoreConnection& connection, Case&& handle) {
-  IGlobalConfigBuilder* builder = nullptr;
-  LastStatus =
-      connection.control->GetGlobalConfigBuilder(&builder, &GlobalConfigBuilderInterfaceId);
-  if (LastStatus != kStatusOk) {
-    ConsolePrint(L"Error from IControl::GetGlobalConfigBuilder %08x\n", LastStatus);
-    return;
-  }
+  IGlobalConfigBuilder* builder = GetBuilder(connection);
+  if (builder == nullptr) return;
   builder->Refresh();
   handle(*builder);
   if (LastStatus == kStatusOk) builder->Apply();
@@ -280,13 +286,8 @@ void ConfigChange(CoreConnection& connection, CommandCode code, const wchar_t* v
 }
 
 void ConfigReset(CoreConnection& connection) {
-  IGlobalConfigBuilder* builder = nullptr;
-  LastStatus =
-      connection.control->GetGlobalConfigBuilder(&builder, &GlobalConfigBuilderInterfaceId);
-  if (LastStatus != kStatusOk) {
-    ConsolePrint(L"Error from IControl::GetGlobalConfigBuilder %08x\n", LastStatus);
-    return;
-  }
+  IGlobalConfigBuilder* builder = GetBuilder(connection);
+  if (builder == nullptr) return;
   builder->ResetToDefaults();
   LastStatus = builder->Apply();
   // The message names IControl although Apply is the builder's; the text is the product's.
