@@ -290,7 +290,7 @@ void ConfigReset(CoreConnection& connection) {
   if (builder == nullptr) return;
   builder->ResetToDefaults();
   LastStatus = builder->Apply();
-  // The message names IControl although Apply is the builder's; the text is the product's.
+  // The message names IControl although Apply is the builder's; the text stays as it is.
   if (LastStatus != kStatusOk) ConsolePrint(L"Error from IControl::Apply %08x\n", LastStatus);
   builder->Release();
 }

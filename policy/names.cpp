@@ -418,6 +418,7 @@ bool LookUpName(std::span<const NamedValue> table, const wchar_t* text, int32_t*
       return true;
     }
   }
+  *value = 0;
   return false;
 }
 

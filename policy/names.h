@@ -97,7 +97,7 @@ extern const std::span<const NamedValue> kIpProtocolReaderNames;
 extern const std::span<const NamedValue> kLinkLayerProtocolReaderNames;
 
 /// The first name of table equal to text, ignoring ASCII case, gives *value. False when none
-/// is; *value is then untouched.
+/// is, with 0 stored in *value (the caller prints its own message).
 bool LookUpName(std::span<const NamedValue> table, const wchar_t* text, int32_t* value);
 /// Connection states are read leniently: text that names none of them is FWCS_UNKNOWN (0).
 int32_t ConnectionStateFromName(const wchar_t* text);

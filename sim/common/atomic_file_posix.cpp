@@ -27,8 +27,11 @@ bool WriteFileAtomically(const std::string& file, std::string_view contents, std
     }
     written += static_cast<size_t>(n);
   }
-  if (::fsync(fd) != 0 || ::close(fd) != 0) {
-    *error = temp + ": cannot flush: " + std::strerror(errno);
+  const bool synced = ::fsync(fd) == 0;
+  const int syncError = errno;
+  const bool closed = ::close(fd) == 0;
+  if (!synced || !closed) {
+    *error = temp + ": cannot flush: " + std::strerror(synced ? errno : syncError);
     ::unlink(temp.c_str());
     return false;
   }

@@ -187,6 +187,7 @@ bool IsKnownFault(std::string_view key) {
   const size_t qualifier = key.find(kQualifier);
   if (qualifier != std::string_view::npos) {
     interfaceName = key.substr(0, qualifier);
+    if (interfaceName.empty()) return false;  // "::Refresh" would never be looked up
     key.remove_prefix(qualifier + kQualifier.size());
   }
   const size_t colon = key.find(':');

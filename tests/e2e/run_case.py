@@ -104,11 +104,17 @@ def show_difference(what, expected, actual):
                           for line in diff)
 
 
-def read_expectations(case_dir):
-    """The case's arguments, expected stdout, expected status text and expected debug log."""
-    args = read_text(os.path.join(case_dir, "args"), "").split("\n")
+def read_args(path):
+    """Arguments, one per line; an empty line is an empty argument."""
+    args = read_text(path, "").split("\n")
     if args and args[-1] == "":
         args.pop()
+    return args
+
+
+def read_expectations(case_dir):
+    """The case's arguments, expected stdout, expected status text and expected debug log."""
+    args = read_args(os.path.join(case_dir, "args"))
     expected_stdout = read_text(os.path.join(case_dir, "stdout"))
     shared = read_text(os.path.join(case_dir, "stdout.shared"))
     if expected_stdout is None and shared is not None:
@@ -145,14 +151,13 @@ def check_scenario_after(case_dir, saved_file, json_root, failures):
 
 def run_before(case_dir, command, cwd, env, failures):
     """Runs the case's preliminary command; a failure of it fails the case."""
-    args = read_text(os.path.join(case_dir, "before"))
-    if args is None:
+    if not os.path.exists(os.path.join(case_dir, "before")):
         return
+    args = read_args(os.path.join(case_dir, "before"))
     with tempfile.TemporaryFile() as out:
         # A file, not a pipe: a Wine helper that outlives the program must not hold the run up.
-        result = subprocess.run(command + [a for a in args.split("\n") if a != ""], cwd=cwd,
-                                env=env, stdin=subprocess.DEVNULL, stdout=out,
-                                stderr=subprocess.DEVNULL, timeout=60)
+        result = subprocess.run(command + args, cwd=cwd, env=env, stdin=subprocess.DEVNULL,
+                                stdout=out, stderr=subprocess.DEVNULL, timeout=60)
         out.seek(0)
         if result.returncode != 0:
             failures.append(f"the 'before' run exited with {result.returncode}:\n" +
