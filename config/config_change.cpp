@@ -1,9 +1,7 @@
 // The commands that change one global setting each, and the reset of them all. Every change
 // goes through a builder that is loaded with the core's current settings, set once and applied.
 
-#include <climits>
 #include <cstdint>
-#include <iterator>
 
 #include "cli/console.h"
 #include "cli/handlers.h"

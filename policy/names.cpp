@@ -38,14 +38,6 @@ const wchar_t* Lookup(const wchar_t* const (&table)[N], int32_t value, int32_t b
   return table[value];
 }
 
-void PrintAddressRecord(const IpAddress* address, bool leadingTabs, bool trailingNewline) {
-  wchar_t text[kIpv6TextCapacity] = {};
-  FormatIpAddress(text, kIpv6TextCapacity, address);
-  if (leadingTabs) ConsolePrint(L"\t\t");
-  ConsolePrint(L"%s", text);
-  if (trailingNewline) ConsolePrint(L"\n");
-}
-
 // ---- Display tables: indexed by value, the last entries kept although the bound hides them.
 
 constexpr const wchar_t* kPolicyTypeNames[] = {
@@ -295,21 +287,25 @@ bool FormatIpAddress(wchar_t* destination, size_t capacity, const IpAddress* add
 }
 
 void PrintIpAddress(const IpAddress* address, bool leadingTabs, bool trailingNewline) {
-  PrintAddressRecord(address, leadingTabs, trailingNewline);
+  wchar_t text[kIpv6TextCapacity] = {};
+  FormatIpAddress(text, kIpv6TextCapacity, address);
+  if (leadingTabs) ConsolePrint(L"\t\t");
+  ConsolePrint(L"%s", text);
+  if (trailingNewline) ConsolePrint(L"\n");
 }
 
 void PrintIpv4Address(uint32_t address, bool trailingNewline) {
   IpAddress record{};
   record.version = 4;
   std::memcpy(record.bytes, &address, sizeof address);
-  PrintAddressRecord(&record, false, trailingNewline);
+  PrintIpAddress(&record, false, trailingNewline);
 }
 
 void PrintIpv6Address(const uint8_t bytes[16], bool trailingNewline) {
   IpAddress record{};
   record.version = 6;
   std::memcpy(record.bytes, bytes, sizeof record.bytes);
-  PrintAddressRecord(&record, false, trailingNewline);
+  PrintIpAddress(&record, false, trailingNewline);
 }
 
 void IpAddressFromSocketAddress(IpAddress* record, const platform::SocketAddress* address) {
