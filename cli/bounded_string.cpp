@@ -3,7 +3,7 @@
 #include <cstdarg>
 #include <string>
 
-#include "cli/format.h"
+#include "base/format.h"
 
 namespace nw {
 namespace {

@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <string>
 
-#include "cli/format.h"
+#include "base/format.h"
 
 namespace nw {
 

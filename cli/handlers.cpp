@@ -7,7 +7,7 @@
 #include <string>
 
 #include "cli/console.h"
-#include "cli/format.h"
+#include "base/format.h"
 
 namespace nw {
 namespace {

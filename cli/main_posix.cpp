@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "cli/dispatcher.h"
-#include "cli/format.h"
+#include "base/format.h"
 #include "sim/host/host_state.h"
 
 int main(int argc, char** argv) {

@@ -6,12 +6,12 @@ pkg_check_modules(UUID REQUIRED IMPORTED_TARGET uuid)
 
 add_library(nw_debug_log STATIC platform/posix/debug_log_posix.cpp)
 target_include_directories(nw_debug_log PUBLIC ${CMAKE_SOURCE_DIR})
-target_link_libraries(nw_debug_log PUBLIC nw_format)
+target_link_libraries(nw_debug_log PUBLIC nw_base)
 
 add_library(nw_host_state STATIC sim/host/host_state.cpp sim/common/json_util.cpp
   sim/common/atomic_file_posix.cpp)
 target_include_directories(nw_host_state PUBLIC ${CMAKE_SOURCE_DIR})
-target_link_libraries(nw_host_state PUBLIC nlohmann_json::nlohmann_json nw_format)
+target_link_libraries(nw_host_state PUBLIC nlohmann_json::nlohmann_json nw_base)
 
 add_library(nw_platform STATIC
   platform/posix/paths_posix.cpp

@@ -23,7 +23,7 @@ set_target_properties(nlohmann_json::nlohmann_json PROPERTIES
 # of the emulated host's version so that a target builds the same way on both hosts.
 add_library(nw_debug_log STATIC platform/win32/debug_log_win32.cpp)
 target_include_directories(nw_debug_log PUBLIC ${CMAKE_SOURCE_DIR})
-target_link_libraries(nw_debug_log PUBLIC nw_format)
+target_link_libraries(nw_debug_log PUBLIC nw_base)
 
 add_library(nw_platform STATIC
   platform/win32/library_win32.cpp

@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "cli/format.h"
+#include "base/format.h"
 #include "platform/debug_log.h"
 
 namespace nw::platform {

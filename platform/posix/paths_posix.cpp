@@ -1,6 +1,6 @@
 #include "platform/posix/paths_posix.h"
 
-#include "cli/format.h"
+#include "base/format.h"
 
 namespace nw::platform::posix {
 

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <string>
 
-#include "cli/format.h"
+#include "base/format.h"
 #include "platform/debug_log.h"
 #include "platform/process.h"
 #include "sim/host/host_state.h"

@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "cli/format.h"
+#include "base/format.h"
 #include "platform/uuid.h"
 
 namespace nw::platform {

@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "cli/format.h"
+#include "base/format.h"
 #include "sim/common/json_util.h"
 
 namespace nw::sim {

@@ -7,7 +7,7 @@
 #include <limits>
 #include <sstream>
 
-#include "cli/format.h"
+#include "base/format.h"
 
 namespace nw::sim {
 

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <fstream>
 
-#include "cli/format.h"
+#include "base/format.h"
 #include "platform/debug_log.h"
 
 namespace nw::sim {

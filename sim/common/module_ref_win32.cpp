@@ -1,6 +1,6 @@
 #include <windows.h>
 
-#include "cli/format.h"
+#include "base/format.h"
 #include "sim/common/module_ref.h"
 
 namespace nw::sim {

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "cli/format.h"
+#include "base/format.h"
 
 namespace nw::sim {
 namespace {

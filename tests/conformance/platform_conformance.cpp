@@ -9,7 +9,7 @@
 #include <cstring>
 #include <string>
 
-#include "cli/format.h"
+#include "base/format.h"
 #include "platform/process.h"
 #include "platform/uuid.h"
 

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "cli/console.h"
-#include "cli/format.h"
+#include "base/format.h"
 #include "cli/handlers.h"
 #include "config/config_parsers.h"
 #include "core/interfaces.h"

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "cli/format.h"
+#include "base/format.h"
 #include "core/status.h"
 #include "platform/library.h"
 #include "platform/process.h"

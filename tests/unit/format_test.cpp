@@ -1,4 +1,4 @@
-#include "cli/format.h"
+#include "base/format.h"
 
 #include <gtest/gtest.h>
 

@@ -15,7 +15,7 @@
 #include <utility>
 #include <vector>
 
-#include "cli/format.h"
+#include "base/format.h"
 #include "core/guid.h"
 #include "tests/unit/fake_platform.h"
 
