@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cwchar>
 #include <optional>
 #include <string>
 #include <vector>
@@ -178,6 +179,30 @@ TEST(Loader, GivenPathIsTheOnlyPlaceLooked) {
   EXPECT_EQ(fake.trust.verified, (std::vector<std::wstring>{L"D:\\elsewhere\\kvxfwctl.dll"}));
   EXPECT_EQ(fake.process.debugLines,
             (std::vector<std::string>{Rejection("D:\\elsewhere\\kvxfwctl.dll", "80092003")}));
+}
+
+// A name of at most two characters, one starting with a backslash or one with a drive colon is
+// a path the caller chose: it alone is verified. Anything else is searched for.
+TEST(Loader, WhatCountsAsAGivenPath) {
+  struct Case {
+    const wchar_t* name;
+    std::vector<std::wstring> verified;
+  };
+  const Case cases[] = {
+      {L"ab", {L"ab"}},
+      {L"\\x", {L"\\x"}},
+      {L"C:x", {L"C:x"}},
+      {L"abc", {L"C:\\work\\abc", L"C:\\app\\abc"}},
+      {L"a\\b", {L"C:\\work\\a\\b", L"C:\\app\\a\\b"}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(::testing::PrintToString(std::wstring(c.name)));
+    FakePlatform fake;
+    fake.registry.hasValue = false;
+    LibraryLoadRequest request{c.name, std::wcslen(c.name)};
+    EXPECT_EQ(NCPrivateLoadAndValidateHPLDll(&request), kCryptEFileError);
+    EXPECT_EQ(fake.trust.verified, c.verified);
+  }
 }
 
 TEST(Loader, RejectsBadNames) {
