@@ -243,7 +243,7 @@ class PolicyObject final : public SimObject<IPolicy, CoreState> {
   /// Leaves every group whose rules are done, returning to the rule after the jump into it.
   void ReturnFromFinishedGroups();
   IRule* HandOut(SimRule& rule, uint32_t indication, uint32_t* jumpIndication);
-  void PassHandedOutRule();
+  void PassRuleAtCursor();
 
   std::shared_ptr<const PolicyModel> model_;
   std::string uidText_;
@@ -564,10 +564,12 @@ void PolicyObject::ReturnFromFinishedGroups() {
   }
 }
 
-// The cursor of a walk points at the rule GetNextRuleTakingJumps hands out next. Once handed
-// out, a rule is passed (into its target group when it is a jump that is followed) by the next
-// AdvanceIteration, or else by the next GetNextRuleTakingJumps before it hands out another.
-void PolicyObject::PassHandedOutRule() {
+// The cursor of a walk points at the rule GetNextRuleTakingJumps hands out next, and stays on
+// it once it is handed out. AdvanceIteration passes the rule at the cursor (into its target
+// group when it is a jump that is followed); a rule handed out and not passed by then is passed
+// by the next GetNextRuleTakingJumps before it hands out another. A jump that is cut off is
+// passed as it is handed out, so an AdvanceIteration after it passes the next rule unseen.
+void PolicyObject::PassRuleAtCursor() {
   handedOut_ = false;
   if (mode_ == kIterateLinear) {
     ++linearPosition_;
@@ -585,8 +587,8 @@ Status PolicyObject::AdvanceIteration() {
   if (walk_ == Walk::kBeforeStart) {
     walk_ = Walk::kRunning;
     if (mode_ == kIterateTakingJumps && !groups_.empty()) path_.push_back(Frame{0, 0});
-  } else if (walk_ == Walk::kRunning && handedOut_) {
-    PassHandedOutRule();
+  } else if (walk_ == Walk::kRunning) {
+    PassRuleAtCursor();
   }
   return Done("AdvanceIteration", kStatusOk);
 }
@@ -606,7 +608,7 @@ IRule* PolicyObject::GetNextRuleTakingJumps(uint32_t* jumpIndication) {
   if (jumpIndication == nullptr) jumpIndication = &ignored;
   *jumpIndication = kJumpEnd;
   if (walk_ != Walk::kRunning) return nullptr;
-  if (handedOut_) PassHandedOutRule();
+  if (handedOut_) PassRuleAtCursor();
   if (rulesHandedOut_ >= kMaxRulesPerWalk) {
     walk_ = Walk::kEnded;
     return nullptr;
