@@ -89,7 +89,9 @@ ValueForm FormOf(int32_t type) {
 }
 
 // The range getters are chosen by the operator alone, whatever value the term holds.
-bool IsRangeOperator(int32_t op) { return op == FW_MATCH_OP_IN_RANGE || op == FW_MATCH_OP_IN_RANGE_NOT; }
+bool IsRangeOperator(int32_t op) {
+  return op == FW_MATCH_OP_IN_RANGE || op == FW_MATCH_OP_IN_RANGE_NOT;
+}
 
 // A domain name is copied into a buffer of this many characters, terminator included.
 constexpr size_t kDomainNameCapacity = 256;
@@ -378,7 +380,8 @@ void WriteIpAddress(const Term& t) {
     }
     default:
       ConsolePrint(
-          L"                unrecognized type returned from IMatchTerms::GetIpAddressMatchType: %d\n",
+          L"                unrecognized type returned from IMatchTerms::GetIpAddressMatchType: "
+          L"%d\n",
           kind);
       return;
   }

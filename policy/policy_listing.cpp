@@ -102,8 +102,7 @@ void WalkTakingJumps(IPolicy* policy) {
   while (rule != nullptr) {
     ConsolePrint(L"        Rule\n");
     ConsolePrint(L"            Name: %s\n", NameText(rule->GetName()));
-    for (IMatch* match = policy->GetNextMatch(); match != nullptr;
-         match = policy->GetNextMatch()) {
+    for (IMatch* match = policy->GetNextMatch(); match != nullptr; match = policy->GetNextMatch()) {
       RenderMatch(match, kRenderText);
       if (match->GetType() >= FW_MATCH_FIRST_AGGREGATE_MATCH) ExpandAggregate(policy, match);
     }
@@ -116,8 +115,8 @@ void WalkTakingJumps(IPolicy* policy) {
 
 }  // namespace
 
-Status ListPolicies(IPolicyManager* manager, int32_t policyType, IGuidList** list,
-                    uint64_t* count, int printHeader) {
+Status ListPolicies(IPolicyManager* manager, int32_t policyType, IGuidList** list, uint64_t* count,
+                    int printHeader) {
   *count = 0;
   const Status status = QueryList(manager, policyType, list);
   if (status != kStatusOk) return status;

@@ -16,8 +16,8 @@ namespace nw {
 /// and returns the status. With printHeader 1 prints how many there are and a line of equals
 /// signs. A core that reports success without a list fails here with 0x80004003. Does not
 /// touch LastStatus; the caller stores the result.
-Status ListPolicies(IPolicyManager* manager, int32_t policyType, IGuidList** list,
-                    uint64_t* count, int printHeader);
+Status ListPolicies(IPolicyManager* manager, int32_t policyType, IGuidList** list, uint64_t* count,
+                    int printHeader);
 
 /// One type's half of the summary: each policy's identifier, name and three flags. A policy
 /// that cannot be fetched is reported and the next one is tried.

@@ -348,8 +348,8 @@ struct Section {
 
 // The top-level fields of a scenario, checked in this order. A new section is one line here.
 constexpr Section kSections[] = {
-    {"service", ParseService},       {"faults", ParseFaults},     {"debug", ParseDebug},
-    {"driverLink", ParseDriverLink}, {"versions", ParseVersions}, {"hooks", ParseHooks},
+    {"service", ParseService},       {"faults", ParseFaults},          {"debug", ParseDebug},
+    {"driverLink", ParseDriverLink}, {"versions", ParseVersions},      {"hooks", ParseHooks},
     {"config", ParseConfig},         {"policies", ParsePolicySection},
 };
 

@@ -132,8 +132,8 @@ bool UnsignedAs(JsonChecker& check, const Json& v, const std::string& path, T* o
 }
 
 template <class T>
-bool OptionalField(JsonChecker& check, const Json& object, const std::string& path,
-                   const char* key, T* out) {
+bool OptionalField(JsonChecker& check, const Json& object, const std::string& path, const char* key,
+                   T* out) {
   const Json* v = Find(object, key);
   if (v == nullptr) return true;
   const std::string at = JsonPath(path, key);
@@ -171,8 +171,8 @@ bool AddressValue(JsonChecker& check, const Json& v, const std::string& path, Ip
   if (v.is_string()) {
     const std::string text = v.get<std::string>();
     if (ParseIpv4(text, out) || ParseIpv6(text, out)) return true;
-  } else if (v.is_object() && v.contains("bytes") && v.contains("version") &&
-             v.size() == 2 && v["bytes"].is_array() && v["bytes"].size() == 16) {
+  } else if (v.is_object() && v.contains("bytes") && v.contains("version") && v.size() == 2 &&
+             v["bytes"].is_array() && v["bytes"].size() == 16) {
     IpAddress address{};
     for (size_t i = 0; i < 16; ++i) {
       if (!UnsignedAs(check, v["bytes"][i], JsonPath(JsonPath(path, "bytes"), i),
@@ -204,10 +204,10 @@ bool RangeValue(JsonChecker& check, const Json& v, const std::string& path, Rang
 }
 
 bool ParseTerm(JsonChecker& check, const Json& v, const std::string& path, TermModel* out) {
-  if (!check.Object(v, path,
-                    {"op", "uint8", "uint16", "uint32", "uint64", "uint16Range", "uint64Range",
-                     "bytes", "count", "aggregate", "string", "length", "ip", "ipRange", "prefix",
-                     "addressKind"})) {
+  if (!check.Object(
+          v, path,
+          {"op", "uint8", "uint16", "uint32", "uint64", "uint16Range", "uint64Range", "bytes",
+           "count", "aggregate", "string", "length", "ip", "ipRange", "prefix", "addressKind"})) {
     return false;
   }
   TermModel term;
@@ -217,29 +217,35 @@ bool ParseTerm(JsonChecker& check, const Json& v, const std::string& path, TermM
     return value == nullptr || parse(*value, JsonPath(path, key));
   };
   const bool ok =
-      take("uint8", [&](const Json& j, const std::string& p) {
-        return UnsignedAs(check, j, p, &term.uint8.emplace());
-      }) &&
-      take("uint16", [&](const Json& j, const std::string& p) {
-        return UnsignedAs(check, j, p, &term.uint16.emplace());
-      }) &&
-      take("uint32", [&](const Json& j, const std::string& p) {
-        return UnsignedAs(check, j, p, &term.uint32.emplace());
-      }) &&
-      take("uint64", [&](const Json& j, const std::string& p) {
-        return UnsignedAs(check, j, p, &term.uint64.emplace());
-      }) &&
-      take("uint16Range", [&](const Json& j, const std::string& p) {
-        return RangeValue<Uint16Range, uint16_t>(check, j, p, &term.uint16Range.emplace());
-      }) &&
-      take("uint64Range", [&](const Json& j, const std::string& p) {
-        return RangeValue<Uint64Range, uint64_t>(check, j, p, &term.uint64Range.emplace());
-      }) &&
+      take("uint8",
+           [&](const Json& j, const std::string& p) {
+             return UnsignedAs(check, j, p, &term.uint8.emplace());
+           }) &&
+      take("uint16",
+           [&](const Json& j, const std::string& p) {
+             return UnsignedAs(check, j, p, &term.uint16.emplace());
+           }) &&
+      take("uint32",
+           [&](const Json& j, const std::string& p) {
+             return UnsignedAs(check, j, p, &term.uint32.emplace());
+           }) &&
+      take("uint64",
+           [&](const Json& j, const std::string& p) {
+             return UnsignedAs(check, j, p, &term.uint64.emplace());
+           }) &&
+      take("uint16Range",
+           [&](const Json& j, const std::string& p) {
+             return RangeValue<Uint16Range, uint16_t>(check, j, p, &term.uint16Range.emplace());
+           }) &&
+      take("uint64Range",
+           [&](const Json& j, const std::string& p) {
+             return RangeValue<Uint64Range, uint64_t>(check, j, p, &term.uint64Range.emplace());
+           }) &&
       take("bytes",
            [&](const Json& j, const std::string& p) {
              if (!j.is_array() || j.size() > kMaxByteArrayCount) {
-               return check.Fail(p, "an array of at most " + std::to_string(kMaxByteArrayCount) +
-                                        " bytes");
+               return check.Fail(
+                   p, "an array of at most " + std::to_string(kMaxByteArrayCount) + " bytes");
              }
              ByteArrayValue& bytes = term.bytes.emplace();
              bytes.storage.resize(j.size());
@@ -249,9 +255,10 @@ bool ParseTerm(JsonChecker& check, const Json& v, const std::string& path, TermM
              bytes.given = bytes.count = static_cast<uint32_t>(j.size());
              return true;
            }) &&
-      take("aggregate", [&](const Json& j, const std::string& p) {
-        return UidValue(check, j, p, &term.aggregate.emplace());
-      }) &&
+      take("aggregate",
+           [&](const Json& j, const std::string& p) {
+             return UidValue(check, j, p, &term.aggregate.emplace());
+           }) &&
       take("string",
            [&](const Json& j, const std::string& p) {
              StringValue& s = term.string.emplace();
@@ -259,9 +266,10 @@ bool ParseTerm(JsonChecker& check, const Json& v, const std::string& path, TermM
              s.length = static_cast<uint32_t>(s.text.size() + 1);
              return true;
            }) &&
-      take("ip", [&](const Json& j, const std::string& p) {
-        return AddressValue(check, j, p, &term.ip.emplace());
-      }) &&
+      take("ip",
+           [&](const Json& j, const std::string& p) {
+             return AddressValue(check, j, p, &term.ip.emplace());
+           }) &&
       take("ipRange",
            [&](const Json& j, const std::string& p) {
              if (!j.is_array() || j.size() != 2) return check.Fail(p, "[low, high]");
@@ -269,9 +277,10 @@ bool ParseTerm(JsonChecker& check, const Json& v, const std::string& path, TermM
              return AddressValue(check, j[0], JsonPath(p, size_t{0}), &range.low) &&
                     AddressValue(check, j[1], JsonPath(p, size_t{1}), &range.high);
            }) &&
-      take("prefix", [&](const Json& j, const std::string& p) {
-        return UnsignedAs(check, j, p, &term.prefix.emplace());
-      }) &&
+      take("prefix",
+           [&](const Json& j, const std::string& p) {
+             return UnsignedAs(check, j, p, &term.prefix.emplace());
+           }) &&
       take("addressKind", [&](const Json& j, const std::string& p) {
         return Signed32(check, j, p, &term.addressKind.emplace());
       });
@@ -334,10 +343,10 @@ bool ParseRedirect(JsonChecker& check, const Json& v, const std::string& path, R
 }
 
 bool ParseRule(JsonChecker& check, const Json& v, const std::string& path, RuleModel* out) {
-  if (!check.Object(v, path,
-                    {"uid", "name", "action", "target", "redirect", "logOption", "logThrottle",
-                     "enabled", "hotDropIfNotMatch", "invertMatch", "teredo", "teredoAwareApp",
-                     "matches"})) {
+  if (!check.Object(
+          v, path,
+          {"uid", "name", "action", "target", "redirect", "logOption", "logThrottle", "enabled",
+           "hotDropIfNotMatch", "invertMatch", "teredo", "teredoAwareApp", "matches"})) {
     return false;
   }
   const Json* redirect = Find(v, "redirect");
@@ -345,7 +354,8 @@ bool ParseRule(JsonChecker& check, const Json& v, const std::string& path, RuleM
          OptionalField(check, v, path, "name", &out->name) &&
          OptionalField(check, v, path, "action", &out->action) &&
          UidField(check, v, path, "target", false, &out->target) &&
-         (redirect == nullptr || ParseRedirect(check, *redirect, JsonPath(path, "redirect"), out)) &&
+         (redirect == nullptr ||
+          ParseRedirect(check, *redirect, JsonPath(path, "redirect"), out)) &&
          OptionalField(check, v, path, "logOption", &out->logOption) &&
          OptionalField(check, v, path, "logThrottle", &out->logThrottle) &&
          OptionalField(check, v, path, "enabled", &out->enabled) &&
@@ -363,10 +373,10 @@ bool ParseGroup(JsonChecker& check, const Json& v, const std::string& path, Grou
 }
 
 bool ParsePolicy(JsonChecker& check, const Json& v, const std::string& path, PolicyModel* out) {
-  if (!check.Object(v, path,
-                    {"uid", "ppuid", "name", "type", "stateful", "sticky", "bootTimeOnly",
-                     "defaultAction", "defaultLogOption", "aggregates", "defaultGroup", "rules",
-                     "groups"})) {
+  if (!check.Object(
+          v, path,
+          {"uid", "ppuid", "name", "type", "stateful", "sticky", "bootTimeOnly", "defaultAction",
+           "defaultLogOption", "aggregates", "defaultGroup", "rules", "groups"})) {
     return false;
   }
   if (Find(v, "type") == nullptr) {
@@ -441,9 +451,9 @@ Json AddressToJson(const IpAddress& address) {
   if (address.version == 6) {
     std::string out;
     for (int group = 0; group < 8; ++group) {
-      std::snprintf(text, sizeof text, group == 0 ? "%x" : ":%x",
-                    static_cast<unsigned>(address.bytes[2 * group] << 8 |
-                                          address.bytes[2 * group + 1]));
+      std::snprintf(
+          text, sizeof text, group == 0 ? "%x" : ":%x",
+          static_cast<unsigned>(address.bytes[2 * group] << 8 | address.bytes[2 * group + 1]));
       out += text;
     }
     return out;
@@ -463,8 +473,10 @@ Json TermToJson(const TermModel& term) {
   if (term.uint16) j["uint16"] = *term.uint16;
   if (term.uint32) j["uint32"] = *term.uint32;
   if (term.uint64) j["uint64"] = *term.uint64;
-  if (term.uint16Range) j["uint16Range"] = Json::array({term.uint16Range->low, term.uint16Range->high});
-  if (term.uint64Range) j["uint64Range"] = Json::array({term.uint64Range->low, term.uint64Range->high});
+  if (term.uint16Range)
+    j["uint16Range"] = Json::array({term.uint16Range->low, term.uint16Range->high});
+  if (term.uint64Range)
+    j["uint64Range"] = Json::array({term.uint64Range->low, term.uint64Range->high});
   if (term.bytes) {
     Json bytes = Json::array();
     for (uint32_t i = 0; i < term.bytes->given; ++i) bytes.push_back(term.bytes->storage[i]);
@@ -478,7 +490,8 @@ Json TermToJson(const TermModel& term) {
   }
   if (term.ip) j["ip"] = AddressToJson(*term.ip);
   if (term.ipRange) {
-    j["ipRange"] = Json::array({AddressToJson(term.ipRange->low), AddressToJson(term.ipRange->high)});
+    j["ipRange"] =
+        Json::array({AddressToJson(term.ipRange->low), AddressToJson(term.ipRange->high)});
   }
   if (term.prefix) j["prefix"] = *term.prefix;
   if (term.addressKind) j["addressKind"] = *term.addressKind;
@@ -613,12 +626,8 @@ IpAddress RandomAddress(Random& random, bool v6) {
 }
 
 constexpr const wchar_t* kGeneratedStrings[] = {
-    L"C:\\Program Files\\Contoso\\app.exe",
-    L"--service --port 8080",
-    L"R&D Tools Ltd",
-    L"S-1-5-21-1004336348-1177238915-682003330-512",
-    L"Ethernet adapter",
-    L"Backup agent",
+    L"C:\\Program Files\\Contoso\\app.exe",          L"--service --port 8080", L"R&D Tools Ltd",
+    L"S-1-5-21-1004336348-1177238915-682003330-512", L"Ethernet adapter",      L"Backup agent",
     L"\\Device\\HarddiskVolume2\\Tools\\sync.exe",
 };
 constexpr const wchar_t* kGeneratedDomain = L"updates.example.com";
@@ -867,7 +876,9 @@ std::shared_ptr<const PolicyModel> FindPolicy(const PolicyStore& store, const Gu
   return nullptr;
 }
 
-int32_t GeneratedPolicyType(uint32_t index) { return index % 2 == 0 ? FW_POLICY_TYPE_PACKET : FW_POLICY_TYPE_STREAM; }
+int32_t GeneratedPolicyType(uint32_t index) {
+  return index % 2 == 0 ? FW_POLICY_TYPE_PACKET : FW_POLICY_TYPE_STREAM;
+}
 
 Guid GeneratedPolicyUid(const GeneratedPolicies& set, uint32_t index) {
   Guid uid = GeneratedPattern(set);

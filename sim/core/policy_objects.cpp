@@ -58,8 +58,7 @@ class PolicyObject;
 
 class SimTerms final : public IMatchTerms {
  public:
-  SimTerms(PolicyObject* owner, const MatchModel* match, const Guid* container,
-           uint32_t matchIndex)
+  SimTerms(PolicyObject* owner, const MatchModel* match, const Guid* container, uint32_t matchIndex)
       : owner_(owner), match_(match), container_(container), matchIndex_(matchIndex) {}
 
   Status Unused0() override;
@@ -100,7 +99,8 @@ class SimTerms final : public IMatchTerms {
 
   template <class T>
   Status Value(const char* operation, uint32_t index, T* out, std::optional<T> TermModel::*field) {
-    if (out == nullptr) return Get(operation, index, [](const TermModel&) { return kStatusInvalidArg; });
+    if (out == nullptr)
+      return Get(operation, index, [](const TermModel&) { return kStatusInvalidArg; });
     *out = 0;
     return Get(operation, index, [&](const TermModel& term) {
       if (!(term.*field)) return kStatusTypeMismatch;
@@ -217,8 +217,8 @@ class PolicyObject final : public SimObject<IPolicy, CoreState> {
   int32_t GetPolicyType() override { return model_->type; }
 
   /// The fault the scenario injects into one term's getter, if any.
-  std::optional<Status> TermFault(const char* operation, const Guid& container,
-                                  uint32_t matchIndex, uint32_t termIndex) const;
+  std::optional<Status> TermFault(const char* operation, const Guid& container, uint32_t matchIndex,
+                                  uint32_t termIndex) const;
   /// Traces "<interfaceName>::<operation> -> <status>" for an object the policy owns.
   Status TraceOwned(const char* interfaceName, const char* operation, Status status) const;
 
@@ -237,9 +237,13 @@ class PolicyObject final : public SimObject<IPolicy, CoreState> {
   }
   void AddMatches(const std::vector<MatchModel>& matches, const Guid* container);
   void ResetWalks();
-  SimRule& RuleAt(const Frame& frame) { return rules_[groups_[frame.group].rules().begin + frame.position]; }
+  SimRule& RuleAt(const Frame& frame) {
+    return rules_[groups_[frame.group].rules().begin + frame.position];
+  }
   bool OnPath(uint32_t group) const;
-  bool Followable(const SimRule& rule) const { return rule.jumpGroup() && !OnPath(*rule.jumpGroup()); }
+  bool Followable(const SimRule& rule) const {
+    return rule.jumpGroup() && !OnPath(*rule.jumpGroup());
+  }
   /// Leaves every group whose rules are done, returning to the rule after the jump into it.
   void ReturnFromFinishedGroups();
   IRule* HandOut(SimRule& rule, uint32_t indication, uint32_t* jumpIndication);
@@ -410,10 +414,10 @@ PolicyObject::PolicyObject(std::shared_ptr<CoreState> state,
     : SimObject(std::move(state), "IPolicy"), model_(std::move(model)) {
   uidText_ = GuidText(model_->uid);
   trace_ = scenario.debug.trace;
-  termFaults_ = HasFaultFor(scenario, {"GetUint8", "GetUint16", "GetUint32", "GetUint64",
-                                       "GetUint16Range", "GetUint64Range", "GetUint8Array",
-                                       "GetAggregateUid", "GetString", "GetIpAddress",
-                                       "GetIpAddressRange", "GetIpMask"});
+  termFaults_ =
+      HasFaultFor(scenario, {"GetUint8", "GetUint16", "GetUint32", "GetUint64", "GetUint16Range",
+                             "GetUint64Range", "GetUint8Array", "GetAggregateUid", "GetString",
+                             "GetIpAddress", "GetIpAddressRange", "GetIpMask"});
   walkFaults_ = HasFaultFor(scenario, {"SetIterationMode", "EnterAggregateMatch",
                                        "LeaveAggregateMatch", "AdvanceIteration"});
 
@@ -452,14 +456,15 @@ PolicyObject::PolicyObject(std::shared_ptr<CoreState> state,
 }
 
 void PolicyObject::AddMatches(const std::vector<MatchModel>& matches, const Guid* container) {
-  for (uint32_t i = 0; i < matches.size(); ++i) matches_.emplace_back(this, &matches[i], container, i);
+  for (uint32_t i = 0; i < matches.size(); ++i)
+    matches_.emplace_back(this, &matches[i], container, i);
 }
 
 std::optional<Status> PolicyObject::TermFault(const char* operation, const Guid& container,
                                               uint32_t matchIndex, uint32_t termIndex) const {
   if (!termFaults_) return std::nullopt;
-  const std::string item = uidText_ + "/" + GuidText(container) + "/" +
-                           std::to_string(matchIndex) + "/" + std::to_string(termIndex);
+  const std::string item = uidText_ + "/" + GuidText(container) + "/" + std::to_string(matchIndex) +
+                           "/" + std::to_string(termIndex);
   return state().Fault(std::string("IMatchTerms::") + operation, item);
 }
 
@@ -532,7 +537,8 @@ Status PolicyObject::EnterAggregateMatch(IMatch* match, void*) {
   entered_ = nullptr;
   const auto& terms = own->model().terms;
   for (SimAggregate& aggregate : aggregates_) {
-    if (!terms.empty() && terms.front().aggregate && *aggregate.GetUid() == *terms.front().aggregate) {
+    if (!terms.empty() && terms.front().aggregate &&
+        *aggregate.GetUid() == *terms.front().aggregate) {
       entered_ = &aggregate;
       matchCursor_ = aggregate.matches();
       return Done("EnterAggregateMatch", kStatusOk);
@@ -552,7 +558,8 @@ Status PolicyObject::LeaveAggregateMatch() {
 }
 
 bool PolicyObject::OnPath(uint32_t group) const {
-  return std::any_of(path_.begin(), path_.end(), [group](const Frame& f) { return f.group == group; });
+  return std::any_of(path_.begin(), path_.end(),
+                     [group](const Frame& f) { return f.group == group; });
 }
 
 void PolicyObject::ReturnFromFinishedGroups() {
@@ -716,8 +723,8 @@ Status PolicyManager::Delete(const Guid* policyId) {
   if (scenario == nullptr) return kStatusBadScenario;
   if (auto fault = Fault("DeletePolicy", GuidText(*policyId))) return *fault;
   const auto& listed = scenario->policies.policies;
-  const bool found = std::any_of(listed.begin(), listed.end(),
-                                 [&](const auto& p) { return p->uid == *policyId; });
+  const bool found =
+      std::any_of(listed.begin(), listed.end(), [&](const auto& p) { return p->uid == *policyId; });
   if (!found) {
     // A generated set is one line of the scenario; its members cannot go one at a time.
     const auto& generated = scenario->policies.generated;

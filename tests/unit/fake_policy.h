@@ -259,9 +259,9 @@ class FakePolicy final : public IPolicy {
     return Call("SetIterationMode(" + std::to_string(mode) + ")", kStatusOk);
   }
   IAggregateMatch* GetCurrentAggregateMatch() override {
-    return Call("GetCurrentAggregateMatch",
-                spec_.entered ? static_cast<IAggregateMatch*>(&aggregates_[*spec_.entered])
-                              : nullptr);
+    return Call(
+        "GetCurrentAggregateMatch",
+        spec_.entered ? static_cast<IAggregateMatch*>(&aggregates_[*spec_.entered]) : nullptr);
   }
   IAggregateMatch* GetNextAggregateMatch() override {
     if (nextAggregate_ >= aggregates_.size()) return Call("GetNextAggregateMatch", nullptr);
@@ -330,7 +330,8 @@ class FakePolicy final : public IPolicy {
   using MatchList = std::vector<std::unique_ptr<FakeMatch>>;
   MatchList Matches(const std::vector<MatchSpec>& specs) {
     MatchList list;
-    for (const MatchSpec& m : specs) list.push_back(std::make_unique<FakeMatch>(log_, m.type, m.terms));
+    for (const MatchSpec& m : specs)
+      list.push_back(std::make_unique<FakeMatch>(log_, m.type, m.terms));
     return list;
   }
   template <class T>

@@ -65,9 +65,9 @@ TEST(PolicySummaryTest, TwoStreamPoliciesOneWithoutName) {
   CallLog log;
   FakeManager manager(log);
   manager.lists[4] = {Uid(0x10), Uid(0xabcdef01)};
-  manager.policies = {{Uid(0x10), PolicySpec{.name = L"", .stateful = true}},
-                      {Uid(0xabcdef01), PolicySpec{.name = L"Web", .sticky = true,
-                                                   .bootTimeOnly = true}}};
+  manager.policies = {
+      {Uid(0x10), PolicySpec{.name = L"", .stateful = true}},
+      {Uid(0xabcdef01), PolicySpec{.name = L"Web", .sticky = true, .bootTimeOnly = true}}};
   EXPECT_EQ(Printed([&] { ShowPolicySummary(&manager); }),
             "\n\nPOLICIES CURRENTLY IN FORCE...\n\n"
             "There are no FW_POLICY_TYPE_PACKET policies.\n"
@@ -140,17 +140,22 @@ TEST(ListPoliciesTest, HeaderByCountAndFailure) {
     int header;
     const char* printed;
   } cases[] = {
-      {2, 0, 1, "There are no FW_POLICY_TYPE_PACKET policies.\n====================================\n\n"},
-      {4, 1, 1, "There is one FW_POLICY_TYPE_STREAM policy.\n====================================\n\n"},
-      {2, 3, 1, "There are 3 FW_POLICY_TYPE_PACKET policies.\n====================================\n\n"},
-      {5, 2, 1, "There are 2 FW_POLICY_TYPE_INVALID policies.\n====================================\n\n"},
+      {2, 0, 1,
+       "There are no FW_POLICY_TYPE_PACKET policies.\n====================================\n\n"},
+      {4, 1, 1,
+       "There is one FW_POLICY_TYPE_STREAM policy.\n====================================\n\n"},
+      {2, 3, 1,
+       "There are 3 FW_POLICY_TYPE_PACKET policies.\n====================================\n\n"},
+      {5, 2, 1,
+       "There are 2 FW_POLICY_TYPE_INVALID policies.\n====================================\n\n"},
       {2, 3, 0, ""},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.printed);
     CallLog log;
     FakeManager manager(log);
-    for (size_t i = 0; i < c.count; ++i) manager.lists[c.type].push_back(Uid(static_cast<uint32_t>(i)));
+    for (size_t i = 0; i < c.count; ++i)
+      manager.lists[c.type].push_back(Uid(static_cast<uint32_t>(i)));
     IGuidList* list = nullptr;
     uint64_t count = 99;
     Status status = -1;
@@ -473,7 +478,7 @@ TEST(PolicyListingTest, AggregateTheCoreCannotEnterShowsNoNameOrOperator) {
 TEST(PolicyPresenceTest, AnswersAndWhatTheyAsk) {
   const struct {
     const char* what;
-    std::vector<int> counts;   // packet, stream
+    std::vector<int> counts;    // packet, stream
     std::vector<Status> fails;  // packet, stream
     bool packet, any;
     const char* printed;  // by HasAnyPolicies
@@ -482,10 +487,20 @@ TEST(PolicyPresenceTest, AnswersAndWhatTheyAsk) {
       {"none", {0, 0}, {0, 0}, false, false, "", 1},
       {"packet only", {2, 0}, {0, 0}, true, true, "", 0},
       {"stream only", {0, 1}, {0, 0}, false, true, "", 1},
-      {"packet list fails", {0, 0}, {Hr(0x80070005), 0}, true, true,
-       "GetExistingPolicyList returned error 0x80070005!\n", 0},
-      {"stream list fails", {0, 0}, {0, Hr(0x8007000E)}, false, true,
-       "GetExistingPolicyList returned error 0x8007000E!\n", 1},
+      {"packet list fails",
+       {0, 0},
+       {Hr(0x80070005), 0},
+       true,
+       true,
+       "GetExistingPolicyList returned error 0x80070005!\n",
+       0},
+      {"stream list fails",
+       {0, 0},
+       {0, Hr(0x8007000E)},
+       false,
+       true,
+       "GetExistingPolicyList returned error 0x8007000E!\n",
+       1},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);

@@ -95,12 +95,12 @@ Json WalkPolicy(const std::vector<std::vector<std::string>>& groups) {
     Json list = Json::array();
     for (const std::string& name : names) {
       const size_t jump = name.find('>');
-      list.push_back(jump == std::string::npos
-                         ? RuleJson(name)
-                         : RuleJson(name.substr(0, jump),
-                                    name.substr(jump + 1) == "x"
-                                        ? "0000000c-0000-0000-0000-000000000000"
-                                        : target(std::stoi(name.substr(jump + 1)))));
+      list.push_back(
+          jump == std::string::npos
+              ? RuleJson(name)
+              : RuleJson(name.substr(0, jump), name.substr(jump + 1) == "x"
+                                                   ? "0000000c-0000-0000-0000-000000000000"
+                                                   : target(std::stoi(name.substr(jump + 1)))));
     }
     return list;
   };
@@ -152,22 +152,34 @@ TEST(SimPolicyWalkTest, JumpsAreFollowedAndReturnAfterTheTargetGroup) {
     Walk jumps;
   } cases[] = {
       {"no jumps", {{"a", "b"}}, {"a", "b"}, {"a:0", "b:0", "end:3"}},
-      {"one jump", {{"a", "j>1", "b"}, {"c", "d"}}, {"a", "j", "b", "c", "d"},
+      {"one jump",
+       {{"a", "j>1", "b"}, {"c", "d"}},
+       {"a", "j", "b", "c", "d"},
        {"a:0", "j:1", "c:0", "d:0", "b:0", "end:3"}},
-      {"jump as the first rule", {{"j>1", "a"}, {"c"}}, {"j", "a", "c"},
+      {"jump as the first rule",
+       {{"j>1", "a"}, {"c"}},
+       {"j", "a", "c"},
        {"j:1", "c:0", "a:0", "end:3"}},
-      {"jump as the last rule", {{"a", "j>1"}, {"c"}}, {"a", "j", "c"},
+      {"jump as the last rule",
+       {{"a", "j>1"}, {"c"}},
+       {"a", "j", "c"},
        {"a:0", "j:1", "c:0", "end:3"}},
-      {"nested jumps", {{"a", "j>1", "b"}, {"c", "k>2", "d"}, {"e"}},
+      {"nested jumps",
+       {{"a", "j>1", "b"}, {"c", "k>2", "d"}, {"e"}},
        {"a", "j", "b", "c", "k", "d", "e"},
        {"a:0", "j:1", "c:0", "k:1", "e:0", "d:0", "b:0", "end:3"}},
-      {"a group jumped to twice", {{"j>1", "k>1"}, {"c"}}, {"j", "k", "c"},
+      {"a group jumped to twice",
+       {{"j>1", "k>1"}, {"c"}},
+       {"j", "k", "c"},
        {"j:1", "c:0", "k:1", "c:0", "end:3"}},
       {"empty target group", {{"j>1", "a"}, {}}, {"j", "a"}, {"j:1", "a:0", "end:3"}},
-      {"cycle between two groups", {{"a", "j>1", "b"}, {"c", "k>2"}, {"d", "l>1", "e"}},
+      {"cycle between two groups",
+       {{"a", "j>1", "b"}, {"c", "k>2"}, {"d", "l>1", "e"}},
        {"a", "j", "b", "c", "k", "d", "l", "e"},
        {"a:0", "j:1", "c:0", "k:1", "d:0", "l:2", "e:0", "b:0", "end:3"}},
-      {"jump back to the default group", {{"j>1"}, {"k>0", "c"}}, {"j", "k", "c"},
+      {"jump back to the default group",
+       {{"j>1"}, {"k>0", "c"}},
+       {"j", "k", "c"},
        {"j:1", "k:2", "c:0", "end:3"}},
       {"jump to itself", {{"a", "j>0", "b"}}, {"a", "j", "b"}, {"a:0", "j:2", "b:0", "end:3"}},
       {"jump to no group", {{"j>x", "a"}}, {"j", "a"}, {"j:2", "a:0", "end:3"}},
@@ -317,11 +329,11 @@ TEST(SimPolicyAggregateTest, OnlyOwnAggregateReferencesCanBeEntered) {
 }
 
 Json TermPolicy(const Json& terms, int type = 7) {
-  Json policy = {{"uid", kPolicy},
-                 {"type", 2},
-                 {"rules", Json::array({{{"uid", "000000f0-0000-0000-0000-000000000000"},
-                                         {"matches", Json::array({{{"type", type},
-                                                                   {"terms", terms}}})}}})}};
+  Json policy = {
+      {"uid", kPolicy},
+      {"type", 2},
+      {"rules", Json::array({{{"uid", "000000f0-0000-0000-0000-000000000000"},
+                              {"matches", Json::array({{{"type", type}, {"terms", terms}}})}}})}};
   return {{"policies", {{"list", Json::array({policy})}}}};
 }
 
@@ -623,7 +635,8 @@ TEST(SimPolicyStoreTest, BadSectionsNameThePathAndWhatWasExpected) {
   } cases[] = {
       {R"([])", "/policies: expected an object"},
       {R"({"lists": []})", "/policies/lists: expected one of the known fields (list, generated)"},
-      {R"({"list": [{"type": 2}]})", "/policies/list/0/uid: expected an identifier (the field is required)"},
+      {R"({"list": [{"type": 2}]})",
+       "/policies/list/0/uid: expected an identifier (the field is required)"},
       {R"({"list": [{"uid": "00000001-0000-0000-0000-000000000000"}]})",
        "/policies/list/0/type: expected a policy type (the field is required)"},
       {R"({"list": [{"uid": "{00000001-0000-0000-0000-000000000000}", "type": 2}]})",
@@ -640,14 +653,17 @@ TEST(SimPolicyStoreTest, BadSectionsNameThePathAndWhatWasExpected) {
        "/policies/list/0/rules/0/matches/0/terms/0/uint8: expected an integer from 0 to 255"},
       {R"({"list": [)" + p + R"(, "rules": [{"matches": [{"terms": [{"count": 3}]}]}]}]})",
        "/policies/list/0/rules/0/matches/0/terms/0/count: expected no \"count\" without \"bytes\""},
-      {R"({"list": [)" + p + R"(, "rules": [{"matches": [{"terms": [{"bytes": [], "count": 65537}]}]}]}]})",
+      {R"({"list": [)" + p +
+           R"(, "rules": [{"matches": [{"terms": [{"bytes": [], "count": 65537}]}]}]}]})",
        "/policies/list/0/rules/0/matches/0/terms/0/count: expected an integer from 0 to 65536"},
       {R"({"list": [)" + p + R"(, "rules": [{"matches": [{"terms": [{"length": 3}]}]}]}]})",
-       "/policies/list/0/rules/0/matches/0/terms/0/length: expected no \"length\" without \"string\""},
+       "/policies/list/0/rules/0/matches/0/terms/0/length: expected no \"length\" without "
+       "\"string\""},
       {R"({"list": [)" + p + R"(, "rules": [{"matches": [{"terms": [{"ip": "10.0.0.256"}]}]}]}]})",
        "/policies/list/0/rules/0/matches/0/terms/0/ip: expected an address (IPv4 or IPv6 text, or "
        "{\"bytes\": [16 bytes], \"version\": n})"},
-      {R"({"list": [)" + p + R"(, "rules": [{"matches": [{"terms": [{"ipRange": ["1::2::3", "::"]}]}]}]}]})",
+      {R"({"list": [)" + p +
+           R"(, "rules": [{"matches": [{"terms": [{"ipRange": ["1::2::3", "::"]}]}]}]}]})",
        "/policies/list/0/rules/0/matches/0/terms/0/ipRange/0: expected an address (IPv4 or IPv6 "
        "text, or {\"bytes\": [16 bytes], \"version\": n})"},
       {R"({"list": [)" + p + R"(, "rules": [{"matches": [{"terms": [{"uint16Range": [1]}]}]}]}]})",
@@ -760,8 +776,9 @@ TEST(SimPolicyGeneratedTest, EveryTypeAndOperatorIsRepresented) {
       for (const RuleModel& rule : group.rules) note(rule.matches);
     }
   }
-  for (int32_t type : {1,  2,  3,  4,  5,  6,  7,  8,  9,  10, 11, 12, 13, 14, 15, 16, 17, 18, 19,
-                       20, 23, 24, 25, 26, 27, 28, 29, 30, 31, 32, 33, 34, 35, 36, 37, 38, 40, 42}) {
+  for (int32_t type :
+       {1,  2,  3,  4,  5,  6,  7,  8,  9,  10, 11, 12, 13, 14, 15, 16, 17, 18, 19,
+        20, 23, 24, 25, 26, 27, 28, 29, 30, 31, 32, 33, 34, 35, 36, 37, 38, 40, 42}) {
     for (int32_t op = 0; op < 8; ++op) EXPECT_TRUE(seen.count({type, op})) << type << " " << op;
   }
   EXPECT_EQ(kinds, (std::set<int32_t>{1, 2, 3, 4}));
