@@ -17,6 +17,11 @@ void NotAvailable(const wchar_t* option) {
   LastStatus = kStatusNotImplemented;
 }
 
+// The driver commands tell their outcome in words only and never touch the run's status.
+void DriverCommandNotAvailable(const wchar_t* option) {
+  ConsolePrint(L"    %s is not available in this build.\n", option);
+}
+
 }  // namespace
 
 void PrintDriverLog(const char* format, ...) {
@@ -37,8 +42,10 @@ void StateTableDisplay(IControl*) { NotAvailable(OptionStateTable); }
 void EndpointTableDisplay(IControl*) { NotAvailable(OptionEndpointTable); }
 void ProcessListDisplay(IControl*) { NotAvailable(OptionProcessList); }
 void ProcessInfoDisplay(IControl*, const wchar_t*, uint32_t) { NotAvailable(OptionProcess); }
-void EnableNdisDriver(DriverLogFn) { NotAvailable(OptionEnableNdis); }
-void EnableWfpDriver(DriverLogFn) { NotAvailable(OptionEnableWfp); }
-void DisableUnusedNetDrivers(CoreConnection*) { NotAvailable(OptionDisableUnusedNetDrivers); }
+void EnableNdisDriver(DriverLogFn) { DriverCommandNotAvailable(OptionEnableNdis); }
+void EnableWfpDriver(DriverLogFn) { DriverCommandNotAvailable(OptionEnableWfp); }
+void DisableUnusedNetDrivers(CoreConnection*) {
+  DriverCommandNotAvailable(OptionDisableUnusedNetDrivers);
+}
 
 }  // namespace nw
