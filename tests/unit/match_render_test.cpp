@@ -633,6 +633,52 @@ TEST(RenderMatchTest, DomainNamesAreCutTo255Characters) {
             TextTerm(15, 0, "                " + std::string(255, 'e') + "\n"));
 }
 
+// A getter that reports success without writing its outputs shows zeros and empty values, never
+// whatever the variables held before.
+TEST(RenderMatchTest, GetterThatWritesNothingShowsZeros) {
+  const FakeTerm silent{.silent = true};
+  FakeTerm range = silent;
+  range.op = 4;
+  const struct {
+    int32_t type;
+    FakeTerm term;
+    const char* text;
+    const char* xml;
+  } cases[] = {
+      {7, silent, "                value = 0x0 (0)\n", "                    <value>0</value>\n"},
+      {7, range, "                low = 0x0 (0), high = 0x0 (0)\n",
+       "                    <value>0-0</value>\n"},
+      {10, silent, "                value = 0x0 (0)\n", "                    <value>0</value>\n"},
+      {12, silent, "                FWCS_UNKNOWN\n",
+       "                    <value>FWCS_UNKNOWN</value>\n"},
+      {23, range, "                low = 0x0 (0), high = 0x0 (0)\n",
+       "                    <value>0x0-0x0</value>\n"},
+      {25, silent, "                value = 0x0 (0)\n", "                    <value>0</value>\n"},
+      {18, silent, "                value = 00-00-00-00-00-00-00-00\n",
+       "                    <value>00-00-00-00-00-00-00-00</value>\n"},
+      {4, silent, "                value = 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00\n",
+       "                    <value>0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0</value>\n"},
+      {26, silent, "                string = \n", "                    <value></value>\n\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.type);
+    EXPECT_EQ(Render(c.type, {c.term}, kRenderText), TextTerm(c.type, c.term.op, c.text));
+    EXPECT_EQ(Render(c.type, {c.term}, kRenderXml), XmlTerm(c.type, c.term.op, c.xml));
+  }
+  FakeTerm prefix = silent;
+  prefix.kind = 3;
+  EXPECT_EQ(Render(14, {prefix}, kRenderText),
+            TextTerm(14, 0, "                0:0:0:0:0:0:0:0/0\n"));
+  FakeTerm pair = silent;
+  pair.kind = 2;
+  EXPECT_EQ(Render(29, {pair}, kRenderText),
+            TextTerm(29, 0, "\t\t0:0:0:0:0:0:0:0\n\t\t0:0:0:0:0:0:0:0\n"));
+  FakeTerm name = silent;
+  name.kind = 4;
+  EXPECT_EQ(Render(15, {name}, kRenderXml),
+            XmlTerm(15, 0, "                    <value></value>\n"));
+}
+
 TEST(RenderMatchTest, NullValuesFromTheCorePrintAsEmptyOrCleared) {
   EXPECT_EQ(Render(2, {FakeTerm{.nullText = true}}, kRenderText),
             TextTerm(2, 0, "                string = \n"));
