@@ -205,7 +205,8 @@ TEST(ListPoliciesTest, SuccessWithoutObjectFailsTheStep) {
 PolicySpec JumpingPolicy() {
   PolicySpec policy;
   policy.name = L"Jumping";
-  policy.aggregates = {{L"Admins", true, {{14, {FakeTerm{.ip = {{10, 0, 0, 5}, 4}, .kind = 1}}}}}};
+  policy.aggregates = {{L"Admins", true, {{14, {FakeTerm{.ip = {{10, 0, 0, 5}, 4}, .kind = 1}}}}},
+                       {L"", false, {}}};
   policy.groups = {
       {{L"Refer", {{0x10000, {FakeTerm{}}}}},
        {L"Jump", {}},
@@ -231,6 +232,10 @@ const char kJumpingListing[] =
     "\n"
     "                op = FW_MATCH_OP_EQUAL\n"
     "\t\t10.0.0.5\n"
+    "    ====================================\n\n"
+    "        Aggregate Match\n"
+    "            Name: \n"
+    "            Or operator: false\n"
     "    ====================================\n\n"
     "        Rule\n"
     "            Name: Refer\n"
