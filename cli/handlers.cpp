@@ -33,8 +33,6 @@ void PrintDriverLog(const char* format, ...) {
   ConsolePrint(L"%hs\n", line.c_str());
 }
 
-void ShowPolicySummary(IPolicyManager*) { NotAvailable(L"-Summary"); }
-void ShowAllPolicies(IPolicyManager*) { NotAvailable(L"-PolicyDisplay"); }
 void WritePolicyDocument(IPolicyManager*) { NotAvailable(L"-PolicyDisplayXml"); }
 void ShowBlacklist(CoreConnection*, int mode) {
   NotAvailable(mode == 0 ? L"-BlackListDisplay" : L"-BlackListDisplayXml");

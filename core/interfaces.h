@@ -9,6 +9,7 @@
 #include <cstdint>
 
 #include "core/guid.h"
+#include "core/ip_address.h"
 #include "core/status.h"
 
 namespace nw {
@@ -64,14 +65,216 @@ class IControl {
   ~IControl() = default;
 };
 
-/// The policy manager. Its policy operations follow Release in slot order as the views need them.
+// ---- The policy model ---------------------------------------------------------------------
+// A policy has aggregate matches, a default group and further groups; groups hold rules, and
+// rules and aggregate matches hold matches, each a type and one or more terms. Only the policy
+// manager, a policy and a list of identifiers are counted objects. Groups, rules, aggregate
+// matches, matches and their terms belong to the policy that handed them out and stay valid
+// until its last Release; they have no Release of their own.
+
+class IPolicyBuilder;
+class IRuleBuilder;
+class IAggregateMatchBuilder;
+class IGuidList;
+class IPolicy;
+class IPolicyGroup;
+class IRule;
+class IAggregateMatch;
+class IMatch;
+class IMatchTerms;
+
+/// The policy manager: finds the core's policies and changes them.
 class IPolicyManager {
  public:
   virtual Status Unused0() = 0;
   virtual uint32_t Release() = 0;
+  /// A new policy builder for AddPolicy.
+  virtual Status GetPolicyBuilder(IPolicyBuilder** out) = 0;
+  virtual Status GetRuleBuilder(IRuleBuilder** out) = 0;
+  virtual Status GetAggregateMatchBuilder(IAggregateMatchBuilder** out) = 0;
+  /// A new policy object for policyId, its walks at their start; the caller releases it.
+  virtual Status GetExistingPolicy(IPolicy** out, const Guid* policyId) = 0;
+  /// The identifiers of the policies of policyType (FW_POLICY_TYPE), in the core's order.
+  virtual Status GetExistingPolicyList(IGuidList** out, int32_t policyType) = 0;
+  /// Adds the policy the builder holds. The two out values are the core's; the program passes
+  /// places for them and does not read them.
+  virtual Status AddPolicy(IPolicyBuilder* builder, void* unusedOut1, void* unusedOut2) = 0;
+  virtual Status DeletePolicy(const Guid* policyId) = 0;
 
  protected:
   ~IPolicyManager() = default;
+};
+
+/// A list of policy identifiers.
+class IGuidList {
+ public:
+  virtual Status Unused0() = 0;
+  virtual uint32_t Release() = 0;
+  /// GetCount() identifiers, contiguous.
+  virtual const Guid* GetGuids() = 0;
+  virtual uint64_t GetCount() = 0;
+
+ protected:
+  ~IGuidList() = default;
+};
+
+/// Iteration modes of IPolicy::SetIterationMode.
+inline constexpr int32_t kIterateLinear = 0;
+inline constexpr int32_t kIterateTakingJumps = 1;
+
+/// One policy with its walk cursors: aggregate matches, groups, rules (in the current group, or
+/// along the evaluation path in take-jumps mode) and matches (of the current rule, or of the
+/// aggregate match that is current or entered). Getters that hand out objects answer null at
+/// the end of their walk.
+class IPolicy {
+ public:
+  virtual Status Unused0() = 0;
+  virtual uint32_t Release() = 0;
+  /// kIterateLinear or kIterateTakingJumps: the order of the walk that follows.
+  virtual Status SetIterationMode(int32_t mode) = 0;
+  /// The aggregate match EnterAggregateMatch made current.
+  virtual IAggregateMatch* GetCurrentAggregateMatch() = 0;
+  /// The next aggregate match, made current for GetNextMatch.
+  virtual IAggregateMatch* GetNextAggregateMatch() = 0;
+  /// match is a match of the current rule whose type is an aggregate reference; reserved is
+  /// null. Makes the referenced aggregate match current for GetNextMatch.
+  virtual Status EnterAggregateMatch(IMatch* match, void* reserved) = 0;
+  virtual Status Unused6() = 0;
+  /// Returns GetNextMatch to the rule that EnterAggregateMatch left.
+  virtual Status LeaveAggregateMatch() = 0;
+  /// Take-jumps protocol: called once before the first GetNextRuleTakingJumps and after each
+  /// one whose jump indication is 0 or 1.
+  virtual Status AdvanceIteration() = 0;
+  /// The default group first, then the further groups; null at the end.
+  virtual IPolicyGroup* GetNextGroup() = 0;
+  virtual Status Unused10() = 0;
+  virtual IMatch* GetNextMatch() = 0;
+  virtual Status Unused12() = 0;
+  /// The next rule along the evaluation path, and in *jumpIndication how it was reached.
+  virtual IRule* GetNextRuleTakingJumps(uint32_t* jumpIndication) = 0;
+  /// The next rule of the current group.
+  virtual IRule* GetNextRule() = 0;
+  virtual Status Unused15() = 0;
+  virtual bool IsStateful() = 0;
+  virtual bool IsSticky() = 0;
+  virtual bool IsBootTimeOnly() = 0;
+  /// Possibly zero-length, never null.
+  virtual const wchar_t* GetName() = 0;
+  /// FW_ACTION.
+  virtual int32_t GetDefaultAction() = 0;
+  /// FW_LOG_OPTION.
+  virtual int32_t GetDefaultLogOption() = 0;
+  virtual Status Unused22() = 0;
+  /// The point product that owns the policy.
+  virtual const Guid* GetPointProductUid() = 0;
+  /// FW_POLICY_TYPE.
+  virtual int32_t GetPolicyType() = 0;
+
+ protected:
+  ~IPolicy() = default;
+};
+
+class IPolicyGroup {
+ public:
+  virtual const Guid* GetUid() = 0;
+
+ protected:
+  ~IPolicyGroup() = default;
+};
+
+class IRule {
+ public:
+  /// FW_ACTION.
+  virtual int32_t GetAction() = 0;
+  virtual Status Unused1() = 0;
+  /// The jump's target group (action 9) or the plug-in (action 10).
+  virtual const Guid* GetTargetUid() = 0;
+  virtual Status Unused3() = 0;
+  virtual const Guid* GetUid() = 0;
+  /// FW_LOG_OPTION.
+  virtual int32_t GetLogOption() = 0;
+  virtual bool GetHotDropIfNotMatch() = 0;
+  virtual bool IsEnabled() = 0;
+  virtual bool GetInvertMatch() = 0;
+  /// Possibly zero-length, never null.
+  virtual const wchar_t* GetName() = 0;
+  virtual Status Unused10() = 0;
+  virtual bool IsTeredoRule() = 0;
+  virtual bool IsTeredoAwareApp() = 0;
+  /// Where action 3 redirects to.
+  virtual const IpAddress* GetRedirectAddress() = 0;
+  virtual uint16_t GetRedirectPort() = 0;
+  virtual int64_t GetRedirectValue() = 0;
+  /// 0xFFFFFFFF: no throttle.
+  virtual uint32_t GetLogThrottle() = 0;
+
+ protected:
+  ~IRule() = default;
+};
+
+/// A named set of matches that rules reference through a match of aggregate type.
+class IAggregateMatch {
+ public:
+  virtual const Guid* GetUid() = 0;
+  /// Possibly zero-length, never null.
+  virtual const wchar_t* GetName() = 0;
+  /// True when the member matches are combined with OR.
+  virtual bool IsOrOperator() = 0;
+
+ protected:
+  ~IAggregateMatch() = default;
+};
+
+class IMatch {
+ public:
+  /// FW_MATCH, or 0x10000 and above for a reference to an aggregate match.
+  virtual int32_t GetType() = 0;
+  virtual IMatchTerms* GetTerms() = 0;
+
+ protected:
+  ~IMatch() = default;
+};
+
+/// GetIpAddressMatchType's answers.
+enum : int32_t {
+  kIpAddressSingle = 1,
+  kIpAddressRange = 2,
+  kIpAddressPrefix = 3,
+  kIpAddressDomainName = 4,
+};
+
+/// The terms of one match, by zero-based index. A getter returns 0 and its value, or a failure
+/// status; the pointers it delivers point into the match's own memory.
+class IMatchTerms {
+ public:
+  virtual Status Unused0() = 0;
+  virtual uint32_t GetCount() = 0;
+  /// FW_MATCH_OP.
+  virtual int32_t GetOperator(uint32_t index) = 0;
+  virtual Status GetUint8(uint32_t index, uint8_t* value) = 0;
+  virtual Status GetUint16(uint32_t index, uint16_t* value) = 0;
+  /// Directions, connection states and physical media.
+  virtual Status GetUint32(uint32_t index, uint32_t* value) = 0;
+  virtual Status GetUint64(uint32_t index, uint64_t* value) = 0;
+  virtual Status GetUint16Range(uint32_t index, uint16_t* low, uint16_t* high) = 0;
+  virtual Status Unused8() = 0;
+  virtual Status GetUint64Range(uint32_t index, uint64_t* low, uint64_t* high) = 0;
+  /// *count bytes at *bytes.
+  virtual Status GetUint8Array(uint32_t index, const uint8_t** bytes, uint32_t* count) = 0;
+  /// The aggregate match a reference points to.
+  virtual Status GetAggregateUid(uint32_t index, const Guid** uid) = 0;
+  /// *length is the core's count of the characters at *text.
+  virtual Status GetString(uint32_t index, const wchar_t** text, uint32_t* length) = 0;
+  virtual Status GetIpAddress(uint32_t index, const IpAddress** address) = 0;
+  virtual Status GetIpAddressRange(uint32_t index, const IpAddress** low,
+                                   const IpAddress** high) = 0;
+  /// The prefix length of an address-with-prefix term.
+  virtual Status GetIpMask(uint32_t index, const uint8_t** prefixLength) = 0;
+  /// Which form an address term has: kIpAddressSingle ... kIpAddressDomainName.
+  virtual int32_t GetIpAddressMatchType(uint32_t index) = 0;
+
+ protected:
+  ~IMatchTerms() = default;
 };
 
 /// The high-priority IP list (blacklist) control. Its list operations follow Release.

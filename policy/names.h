@@ -9,16 +9,11 @@
 #include <span>
 
 #include "core/guid.h"
+#include "core/ip_address.h"
+#include "core/policy_values.h"
 #include "platform/process.h"
 
 namespace nw {
-
-/// An address as the core passes it: IPv4 in the first four bytes (the rest zero), IPv6 in all
-/// sixteen, network byte order either way. version is 4, 6, or 0 for a cleared record.
-struct IpAddress {
-  uint8_t bytes[16];
-  uint32_t version;
-};
 
 /// Characters FormatIpAddress needs, terminator included.
 inline constexpr size_t kIpv4TextCapacity = 16;
@@ -51,16 +46,8 @@ void PrintGuidWords(const Guid* guid, int depth);
 
 // ---- Display names ----------------------------------------------------------------------------
 
-enum : int32_t {
-  FW_POLICY_TYPE_INVALID = 0,
-  FW_POLICY_TYPE_FRAGMENT = 1,
-  FW_POLICY_TYPE_PACKET = 2,
-  FW_POLICY_TYPE_FORWARD = 3,
-  FW_POLICY_TYPE_STREAM = 4,
-};
-
 /// Match types at or above this one are aggregate matches, shown as numbers.
-inline constexpr int32_t kFirstAggregateMatch = 0x10000;
+inline constexpr int32_t kFirstAggregateMatch = FW_MATCH_FIRST_AGGREGATE_MATCH;
 /// Values at or above these have no name; the views print their own message.
 inline constexpr int32_t kPhysicalMediumBound = 8;
 inline constexpr int32_t kConnectionStateBound = 10;

@@ -10,6 +10,10 @@ namespace {
 enum class FaultItem {
   kNone,
   kRequestCode,  // a driver request code in decimal
+  kPolicyType,   // a policy type in decimal
+  kPolicy,       // a policy's identifier
+  kPolicyFetch,  // a policy's identifier, optionally "#<n>" for its n-th fetch only
+  kTerm,         // "<policy uid>/<rule or aggregate uid>/<match index>/<term index>"
 };
 
 struct FaultOperation {
@@ -55,6 +59,25 @@ constexpr FaultOperation kFaultOperations[] = {
     {"", "DrvLinkConnect"},
     {"IDriverLinkConnector", "ConnectToContentDriver"},
     {"IDriverLink", "SendControlRequest", FaultItem::kRequestCode},
+    {"IPolicyManager", "GetExistingPolicy", FaultItem::kPolicyFetch},
+    {"IPolicyManager", "GetExistingPolicyList", FaultItem::kPolicyType},
+    {"IPolicyManager", "DeletePolicy", FaultItem::kPolicy},
+    {"IPolicy", "SetIterationMode", FaultItem::kPolicy},
+    {"IPolicy", "EnterAggregateMatch", FaultItem::kPolicy},
+    {"IPolicy", "LeaveAggregateMatch", FaultItem::kPolicy},
+    {"IPolicy", "AdvanceIteration", FaultItem::kPolicy},
+    {"IMatchTerms", "GetUint8", FaultItem::kTerm},
+    {"IMatchTerms", "GetUint16", FaultItem::kTerm},
+    {"IMatchTerms", "GetUint32", FaultItem::kTerm},
+    {"IMatchTerms", "GetUint64", FaultItem::kTerm},
+    {"IMatchTerms", "GetUint16Range", FaultItem::kTerm},
+    {"IMatchTerms", "GetUint64Range", FaultItem::kTerm},
+    {"IMatchTerms", "GetUint8Array", FaultItem::kTerm},
+    {"IMatchTerms", "GetAggregateUid", FaultItem::kTerm},
+    {"IMatchTerms", "GetString", FaultItem::kTerm},
+    {"IMatchTerms", "GetIpAddress", FaultItem::kTerm},
+    {"IMatchTerms", "GetIpAddressRange", FaultItem::kTerm},
+    {"IMatchTerms", "GetIpMask", FaultItem::kTerm},
 };
 
 // The settings of the "config" section, in the order a scenario writes them: each is a number
@@ -180,6 +203,80 @@ bool IsRequestCode(std::string_view text) {
   return value <= std::numeric_limits<uint32_t>::max();
 }
 
+// A decimal number without sign or leading zero, at most max.
+bool IsDecimal(std::string_view text, uint64_t max) {
+  if (text.empty() || text.size() > 10 || (text.size() > 1 && text[0] == '0')) return false;
+  uint64_t value = 0;
+  for (char c : text) {
+    if (c < '0' || c > '9') return false;
+    value = value * 10 + static_cast<uint64_t>(c - '0');
+  }
+  return value <= max;
+}
+
+bool IsPolicyItem(std::string_view text) {
+  Guid uid;
+  return ParseGuidText(text, &uid);
+}
+
+bool IsFetchItem(std::string_view text) {
+  const size_t hash = text.find('#');
+  if (hash == std::string_view::npos) return IsPolicyItem(text);
+  return IsPolicyItem(text.substr(0, hash)) &&
+         IsDecimal(text.substr(hash + 1), std::numeric_limits<uint32_t>::max()) &&
+         text.substr(hash + 1) != "0";
+}
+
+bool IsTermItem(std::string_view text) {
+  std::string_view parts[4];
+  for (int i = 0; i < 3; ++i) {
+    const size_t slash = text.find('/');
+    if (slash == std::string_view::npos) return false;
+    parts[i] = text.substr(0, slash);
+    text.remove_prefix(slash + 1);
+  }
+  parts[3] = text;
+  const uint64_t max = std::numeric_limits<uint32_t>::max();
+  return IsPolicyItem(parts[0]) && IsPolicyItem(parts[1]) && IsDecimal(parts[2], max) &&
+         IsDecimal(parts[3], max);
+}
+
+bool IsItem(FaultItem kind, std::string_view text) {
+  switch (kind) {
+    case FaultItem::kNone:
+      return false;
+    case FaultItem::kRequestCode:
+      return IsRequestCode(text);
+    case FaultItem::kPolicyType:
+      return IsDecimal(text, std::numeric_limits<int32_t>::max());
+    case FaultItem::kPolicy:
+      return IsPolicyItem(text);
+    case FaultItem::kPolicyFetch:
+      return IsFetchItem(text);
+    case FaultItem::kTerm:
+      return IsTermItem(text);
+  }
+  return false;
+}
+
+const char* ItemPlaceholder(FaultItem kind) {
+  switch (kind) {
+    case FaultItem::kRequestCode:
+      return "<code>";
+    case FaultItem::kPolicyType:
+      return "<policy type>";
+    case FaultItem::kPolicy:
+      return "<policy uid>";
+    case FaultItem::kPolicyFetch:
+      return "<policy uid>[#<fetch>]";
+    case FaultItem::kTerm:
+      return "<policy uid>/<rule or aggregate uid>/<match>/<term>";
+    case FaultItem::kNone:
+      break;
+  }
+  return "";
+}
+
 constexpr std::string_view kQualifier = "::";
 
 bool IsKnownFault(std::string_view key) {
@@ -195,7 +292,7 @@ bool IsKnownFault(std::string_view key) {
   for (const FaultOperation& op : kFaultOperations) {
     if (op.name != name || (!interfaceName.empty() && op.interfaceName != interfaceName)) continue;
     if (colon == std::string_view::npos) return true;
-    return op.item == FaultItem::kRequestCode && IsRequestCode(key.substr(colon + 1));
+    return IsItem(op.item, key.substr(colon + 1));
   }
   return false;
 }
@@ -209,9 +306,18 @@ std::string KnownFaultsText() {
     if (seen) continue;
     if (!names.empty()) names += ", ";
     names += op.name;
-    if (op.item == FaultItem::kRequestCode) names += ", " + std::string(op.name) + ":<code>";
   }
-  return names + "; any of them as <interface>::<operation>";
+  names += "; any of them as <interface>::<operation>";
+  // The operations that take an item, grouped by the item's form.
+  for (FaultItem kind : {FaultItem::kRequestCode, FaultItem::kPolicyType, FaultItem::kPolicy,
+                         FaultItem::kPolicyFetch, FaultItem::kTerm}) {
+    std::string group;
+    for (const FaultOperation& op : kFaultOperations) {
+      if (op.item == kind) group += (group.empty() ? "" : ", ") + std::string(op.name);
+    }
+    if (!group.empty()) names += "; " + group + " as <operation>:" + ItemPlaceholder(kind);
+  }
+  return names;
 }
 
 bool ParseFaults(JsonChecker& check, const Json& v, const std::string& path, Scenario* s) {
@@ -228,6 +334,10 @@ bool ParseFaults(JsonChecker& check, const Json& v, const std::string& path, Sce
   return true;
 }
 
+bool ParsePolicySection(JsonChecker& check, const Json& v, const std::string& path, Scenario* s) {
+  return ParsePolicies(check, v, path, &s->policies);
+}
+
 using SectionParser = bool (*)(JsonChecker& check, const Json& value, const std::string& path,
                                Scenario* scenario);
 
@@ -238,9 +348,9 @@ struct Section {
 
 // The top-level fields of a scenario, checked in this order. A new section is one line here.
 constexpr Section kSections[] = {
-    {"service", ParseService},       {"faults", ParseFaults},     {"debug", ParseDebug},
-    {"driverLink", ParseDriverLink}, {"versions", ParseVersions}, {"hooks", ParseHooks},
-    {"config", ParseConfig},
+    {"service", ParseService},       {"faults", ParseFaults},          {"debug", ParseDebug},
+    {"driverLink", ParseDriverLink}, {"versions", ParseVersions},      {"hooks", ParseHooks},
+    {"config", ParseConfig},         {"policies", ParsePolicySection},
 };
 
 bool CheckTopLevelKeys(JsonChecker& check, const Json& doc) {

@@ -9,15 +9,10 @@
 #include "core/interfaces.h"
 #include "sim/common/sim_object.h"
 #include "sim/core/config_objects.h"
+#include "sim/core/policy_objects.h"
 
 namespace nw::sim {
 namespace {
-
-class PolicyManager final : public SimObject<IPolicyManager, CoreState> {
- public:
-  explicit PolicyManager(std::shared_ptr<CoreState> state)
-      : SimObject(std::move(state), "IPolicyManager") {}
-};
 
 class HighPriorityIpListControl final : public SimObject<IHighPriorityIpListControl, CoreState> {
  public:

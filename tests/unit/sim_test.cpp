@@ -67,6 +67,9 @@ std::string LoadError(const std::string& text, std::string* file) {
 TEST(ScenarioTest, RejectsBadDocumentsNamingFilePathAndWhatWasExpected) {
   const std::string status =
       "expected a status (an integer, or a text \"0x\" and up to 8 hex digits)";
+  const std::string kTermGetters =
+      "GetUint8, GetUint16, GetUint32, GetUint64, GetUint16Range, GetUint64Range, GetUint8Array, "
+      "GetAggregateUid, GetString, GetIpAddress, GetIpAddressRange, GetIpMask";
   const std::string operation =
       "expected a known operation (Register, Unregister, GetPolicyManager, "
       "GetHighPriorityIpListControl, GetGlobalConfigBuilder, GetGlobalConfigAndStateInfo, "
@@ -77,7 +80,14 @@ TEST(ScenarioTest, RejectsBadDocumentsNamingFilePathAndWhatWasExpected) {
       "SetTrackForwardedConnections, SetMaxStateTableSize, SetStateTableTcpConnRemovalTimeOut, "
       "SetConnectionThrottleBurstThreshold, SetConnectionThrottleMaxConnectionsRate, "
       "DrvLinkConnectAsync, DrvLinkConnect, ConnectToContentDriver, SendControlRequest, "
-      "SendControlRequest:<code>; any of them as <interface>::<operation>)";
+      "GetExistingPolicy, GetExistingPolicyList, DeletePolicy, SetIterationMode, "
+      "EnterAggregateMatch, LeaveAggregateMatch, AdvanceIteration, " +
+      kTermGetters +
+      "; any of them as <interface>::<operation>; SendControlRequest as <operation>:<code>; "
+      "GetExistingPolicyList as <operation>:<policy type>; DeletePolicy, SetIterationMode, "
+      "EnterAggregateMatch, LeaveAggregateMatch, AdvanceIteration as <operation>:<policy uid>; "
+      "GetExistingPolicy as <operation>:<policy uid>[#<fetch>]; " +
+      kTermGetters + " as <operation>:<policy uid>/<rule or aggregate uid>/<match>/<term>)";
   const struct {
     const char* text;
     std::string expected;  // after "<file>: "
@@ -87,7 +97,7 @@ TEST(ScenarioTest, RejectsBadDocumentsNamingFilePathAndWhatWasExpected) {
       {R"({"debug": true})", "/debug: expected an object"},
       {R"({"servce": {}})",
        "/servce: expected one of the known fields (service, faults, debug, driverLink, versions, "
-       "hooks, config)"},
+       "hooks, config, policies)"},
       {R"({"driverLink": {"running": false}})",
        "/driverLink/running: expected one of the known fields (driverRunning)"},
       {R"({"faults": {"Regster": 5}})", "/faults/Regster: " + operation},
@@ -478,7 +488,7 @@ TEST(DebugOutputTest, LeakReportFollowsDebugOptionsAndBadScenarioIsReportedOnce)
       {R"({"debug": {"reportLeaks": false}})", {}},
       {R"({"debug": {"trace": false, "reportLeaks": false}, "bogus": 1})",
        {L"kvxfwctl: bad scenario: <file>: /bogus: expected one of the known fields (service, "
-        L"faults, debug, driverLink, versions, hooks, config)\n",
+        L"faults, debug, driverLink, versions, hooks, config, policies)\n",
         L"kvxfwctl: leak: IRegisterPointProduct still referenced (refs 1)\n"}},
   };
   for (const auto& c : cases) {
