@@ -88,6 +88,8 @@ class LibraryState {
   Status Unload();
 
  private:
+  /// Reads the scenario into scenario_, or leaves it empty with the reason in scenarioError_.
+  void ReadScenario();
   void Write(const std::wstring& line);
 
   Options options_;

@@ -30,8 +30,12 @@ struct HostState {
   std::string setDefaultDllDirectories = "present";
   /// Library names present in the system directory (upper case), for the preload emulation.
   std::vector<std::wstring> systemLibraries;
-  /// Verification results forced for a path (upper case, "\\" separators).
+  /// Verification results forced for a path, as the host file writes it (the verifier compares
+  /// paths as the file system would see them, see platform/posix/paths_posix.h).
   std::map<std::wstring, int32_t> signatureResults;
+  /// The POSIX directory each drive letter (upper case) stands for; "C:" is "/" unless the host
+  /// file says otherwise, and other letters name no drive unless it lists them.
+  std::map<wchar_t, std::string> drives = {{L'C', "/"}};
   /// When not empty, only files with one of these SHA-256 digests (lower-case hex) are trusted.
   std::vector<std::string> trustedSha256;
   /// Fault injection by facility call name ("RegOpenKeyEx", "WSAStartup", ...).
