@@ -107,8 +107,14 @@ class DocumentBuilder {
     return &frame.container->back();
   }
 
+  bool Counted() {
+    if (++values_ <= kMaxJsonValues) return true;
+    return Fail(Path(), "at most " + std::to_string(kMaxJsonValues) + " values in the file");
+  }
+
   template <class V>
   bool Value(V&& value) {
+    if (!Counted()) return false;
     Place(Json(std::forward<V>(value)));
     return true;
   }
@@ -118,6 +124,7 @@ class DocumentBuilder {
       return Fail(Path(),
                   "objects and arrays nested at most " + std::to_string(kMaxJsonDepth) + " deep");
     }
+    if (!Counted()) return false;
     Json* placed = Place(std::move(container));
     open_.push_back(Frame{placed, {}});
     return true;
@@ -130,6 +137,7 @@ class DocumentBuilder {
 
   Json* root_;
   std::vector<Frame> open_;
+  size_t values_ = 0;
   std::string error_;
 };
 

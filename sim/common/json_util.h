@@ -20,6 +20,10 @@ using Json = nlohmann::basic_json<IndexedOrderedMap>;
 
 /// Objects and arrays nest at most this deep in a file that is read.
 inline constexpr int kMaxJsonDepth = 64;
+/// A file that is read holds at most this many values (objects, arrays and what they hold,
+/// each counted once). With the size limit this bounds the memory a file can take, whatever
+/// its shape: a million empty objects take about 100 MB.
+inline constexpr size_t kMaxJsonValues = 1000000;
 
 /// Reads and parses a whole file (see ReadRegularFile for what is refused before parsing). On
 /// failure returns false and sets *error to "<file>: <reason>" (see ParseJsonText). Never
@@ -32,6 +36,7 @@ bool LoadJsonFile(const std::string& file, Json* doc, std::string* error);
 ///   "<source>: <JSON path>: expected a number within the range of a double (not <text>)"
 ///   "<source>: <JSON path>: expected each field once in its object"
 ///   "<source>: <JSON path>: expected objects and arrays nested at most 64 deep"
+///   "<source>: <JSON path>: expected at most 1000000 values in the file"
 /// Never throws.
 bool ParseJsonText(std::string_view text, const std::string& source, Json* doc, std::string* error);
 /// The document as a file holds it: indented by two, ending with a line end. Never throws:

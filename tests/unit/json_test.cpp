@@ -57,8 +57,27 @@ TEST(JsonText, RefusalsNameThePlaceAndWhatWasExpected) {
       {R"({"a": )" + Nested(64) + "}", "/a" + Repeated("/0", 63) + ": " + deep},
   };
   for (const auto& c : cases) {
-    EXPECT_EQ(ParseError(c.text), "s.json: " + c.error) << c.text;
+    EXPECT_EQ(ParseError(c.text), "s.json: " + c.error) << c.text.substr(0, 80);
   }
+}
+
+std::string ArrayOfZeros(size_t zeros) {
+  std::string text = "[";
+  text.reserve(zeros * 2 + 2);
+  for (size_t i = 0; i < zeros; ++i) text += i ? ",0" : "0";
+  return text + "]";
+}
+
+TEST(JsonText, AFileHoldsAtMostAMillionValues) {
+  // The array counts as one value.
+  Json doc;
+  std::string error;
+  EXPECT_TRUE(ParseJsonText(ArrayOfZeros(kMaxJsonValues - 1), "s.json", &doc, &error)) << error;
+  EXPECT_EQ(doc.size(), kMaxJsonValues - 1);
+  EXPECT_EQ(ParseError(ArrayOfZeros(kMaxJsonValues)),
+            "s.json: /999999: expected at most 1000000 values in the file");
+  EXPECT_EQ(ParseError("{\"a\": " + ArrayOfZeros(kMaxJsonValues - 2) + ", \"b\": {}}"),
+            "s.json: /b: expected at most 1000000 values in the file");
 }
 
 TEST(JsonText, SyntaxErrorsAreReportedAsInvalidJsonWithoutTheLibrarysNumbering) {
