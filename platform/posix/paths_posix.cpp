@@ -1,5 +1,6 @@
 #include "platform/posix/paths_posix.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <vector>
 
@@ -134,12 +135,11 @@ std::string PosixPathOf(std::wstring_view windowsPath) {
   const bool absolute = !root.empty();
 
   std::vector<std::string> names;
-  bool separated = false;
-  for (size_t start = 0; start <= rest.size();) {
-    size_t end = start;
-    while (end < rest.size() && !IsSeparator(rest[end])) ++end;
-    const std::wstring_view component = rest.substr(start, end - start);
-    separated = separated || end < rest.size();
+  const bool separated = rest.find_first_of(L"\\/") != std::wstring_view::npos;
+  for (std::wstring_view left = rest; !left.empty();) {
+    const size_t end = std::min(left.find_first_of(L"\\/"), left.size());
+    const std::wstring_view component = left.substr(0, end);
+    left.remove_prefix(std::min(end + 1, left.size()));
     if (component == L"..") {
       if (!names.empty() && names.back() != "..") {
         names.pop_back();
@@ -149,7 +149,6 @@ std::string PosixPathOf(std::wstring_view windowsPath) {
     } else if (!component.empty() && component != L".") {
       names.push_back(PosixName(component));
     }
-    start = end + 1;
   }
 
   std::string path = root;
@@ -159,7 +158,7 @@ std::string PosixPathOf(std::wstring_view windowsPath) {
   }
   if (path.empty()) return ".";
   // ".\\x.dll" stays a path to a file in the current directory, not a bare name to be searched.
-  if (!absolute && separated && names.size() == 1 && names[0] != "..") path = "./" + path;
+  if (!absolute && separated && names.size() == 1) path = "./" + path;
   return path;
 }
 

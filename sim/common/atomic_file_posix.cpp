@@ -17,9 +17,9 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <string>
@@ -42,29 +42,19 @@ constexpr size_t kRandomDigits = 16;
 std::string SystemMessage(int error) { return std::strerror(error); }
 
 std::string RandomHex() {
-  uint8_t bytes[kRandomDigits / 2] = {};
-  size_t filled = 0;
-  while (filled < sizeof bytes) {
-    const ssize_t n = ::getrandom(bytes + filled, sizeof bytes - filled, 0);
-    if (n > 0) {
-      filled += static_cast<size_t>(n);
-    } else if (n < 0 && errno != EINTR) {
-      break;
-    }
+  uint64_t value = 0;
+  // A request this small comes whole once the kernel's pool is ready. Should it fail anyway (a
+  // kernel without getrandom), the name is still created exclusively and never through a
+  // link, only less unpredictable: the clock and a counter stand in.
+  if (::getrandom(&value, sizeof value, 0) != static_cast<ssize_t>(sizeof value)) {
+    static std::atomic<uint64_t> counter{0};
+    value = static_cast<uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count()) *
+                0x9E3779B97F4A7C15ull +
+            ++counter;
   }
-  if (filled < sizeof bytes) {
-    // No getrandom (an old kernel): the kernel's pool through its device file.
-    if (FILE* urandom = std::fopen("/dev/urandom", "rbe")) {
-      filled = std::fread(bytes, 1, sizeof bytes, urandom);
-      std::fclose(urandom);
-    }
-  }
-  std::string hex;
+  std::string hex(kRandomDigits, '0');
   static const char kDigits[] = "0123456789abcdef";
-  for (uint8_t b : bytes) {
-    hex += kDigits[b >> 4];
-    hex += kDigits[b & 15];
-  }
+  for (size_t i = hex.size(); i-- > 0; value >>= 4) hex[i] = kDigits[value & 15];
   return hex;
 }
 

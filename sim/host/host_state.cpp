@@ -253,23 +253,36 @@ std::wstring UpperAscii(std::wstring_view text) {
   return out;
 }
 
+bool ParseHostState(const Json& doc, const std::string& source, HostState* out,
+                    std::string* error) {
+  JsonChecker check(source);
+  HostState parsed;
+  try {
+    Parse(doc, check, &parsed);
+  } catch (const std::exception& e) {
+    check.Fail("", std::string("a readable host file (") + e.what() + ")");
+  }
+  if (!check.ok()) {
+    *error = check.error();
+    return false;
+  }
+  parsed.file = std::move(out->file);
+  parsed.document = std::move(out->document);
+  *out = std::move(parsed);
+  return true;
+}
+
 bool LoadHostState(std::string* error) {
   if (loaded) return true;
   HostState fresh;
   const char* file = std::getenv("NETWARDEN_HOST");
   if (file != nullptr && *file != '\0') {
     fresh.file = file;
-    if (!LoadJsonFile(fresh.file, &fresh.document, error)) return false;
-    JsonChecker check(fresh.file);
-    try {
-      Parse(fresh.document, check, &fresh);
-    } catch (const std::exception& e) {
-      check.Fail("", std::string("a readable host file (") + e.what() + ")");
-    }
-    if (!check.ok()) {
-      *error = check.error();
+    Json doc;
+    if (!LoadJsonFile(fresh.file, &doc, error) || !ParseHostState(doc, fresh.file, &fresh, error)) {
       return false;
     }
+    fresh.document = std::move(doc);
   }
   State() = std::move(fresh);
   loaded = true;

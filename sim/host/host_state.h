@@ -48,6 +48,10 @@ struct HostState {
 /// Reads the host file named by NETWARDEN_HOST (once per process). Returns false with *error
 /// naming the file, the JSON path and what was expected there.
 bool LoadHostState(std::string* error);
+/// Checks and converts a host document, as LoadHostState does with the file it read; out keeps
+/// its file and document, which are the caller's to set. Returns false with *error naming
+/// source, the JSON path and what was expected.
+bool ParseHostState(const Json& doc, const std::string& source, HostState* out, std::string* error);
 /// The loaded host; an empty host until LoadHostState succeeded.
 HostState& Host();
 /// Forgets the loaded host so that the next LoadHostState reads the variable again (tests).

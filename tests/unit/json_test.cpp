@@ -248,6 +248,7 @@ TEST(IndexedOrderedMapTest, BehavesAsAnOrderedListOfUniqueKeys) {
         if (m == model.end()) {
           EXPECT_THROW(map.at(key), std::out_of_range);
           EXPECT_EQ(map.find(key), map.end());
+          EXPECT_EQ(map.count(key), 0u);
         } else {
           EXPECT_EQ(map.at(key), m->second);
         }

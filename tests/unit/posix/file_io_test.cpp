@@ -18,6 +18,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -257,6 +258,27 @@ TEST_P(SaveTest, ThroughSymbolicLinksTheTargetChangesAndTheLinksStay) {
     EXPECT_TRUE(Temporaries(dir.File("data")).empty());
     EXPECT_TRUE(Temporaries(dir.File("links")).empty());
   }
+}
+
+TEST_P(SaveTest, RelativePathsSaveFromTheCurrentDirectory) {
+  TempDir dir;
+  ::mkdir(dir.File("d").c_str(), 0755);
+  char previous[PATH_MAX];
+  ASSERT_NE(::getcwd(previous, sizeof previous), nullptr);
+  ASSERT_EQ(::chdir(dir.path().c_str()), 0);
+  ::symlink("d/target.json", "link.json");
+  const struct {
+    const char* file;
+    const char* written;  // where the text lands
+  } cases[] = {
+      {"plain.json", "plain.json"}, {"d/x.json", "d/x.json"}, {"link.json", "d/target.json"}};
+  for (const auto& c : cases) {
+    EXPECT_EQ(Save(c.file, c.file), "") << c.file;
+    EXPECT_EQ(ReadAll(dir.File(c.written)), c.file);
+  }
+  EXPECT_EQ(::chdir(previous), 0);
+  EXPECT_TRUE(Temporaries(dir.path()).empty());
+  EXPECT_TRUE(Temporaries(dir.File("d")).empty());
 }
 
 TEST_P(SaveTest, RefusesWhatItMustNotWriteThrough) {

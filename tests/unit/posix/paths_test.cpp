@@ -119,6 +119,7 @@ TEST(PathsTest, WindowsPathsResolveAsWindowsResolvesThem) {
       {L"kvxfwctl.dll", "kvxfwctl.dll"},
       {L".\\kvxfwctl.dll", "./kvxfwctl.dll"},  // still a path, not a name to search for
       {L"..\\x\\..\\..\\y", "../../y"},
+      {L"..\\", "./.."},
       {L"", ""},
   };
   {
@@ -151,6 +152,9 @@ TEST(PathsTest, SamePathComparesTheFilesNotTheSpelling) {
   } cases[] = {
       {L"\\bin\\..\\inst\\kvxfwctl.dll", L"\\inst\\kvxfwctl.dll", true},
       {L"\\inst\\kvxfwctl.dll\\", L"/inst/KVXFWCTL.DLL", true},
+      {L"\\abyz\\", L"\\ABYZ", true},  // the first and last letters, in either case
+      {L"\\@", L"\\`", false},         // the characters beside them are not letters
+      {L"\\[", L"\\{", false},
       {L"C:\\inst\\kvxfwctl.dll", L"\\inst\\kvxfwctl.dll", true},
       {L"D:\\inst\\kvxfwctl.dll", L"\\srv\\d\\inst\\kvxfwctl.dll", true},
       {L"\\inst\\kvxfwctl.dll", L"\\inst\\kvxhida.dll", false},
