@@ -433,6 +433,13 @@ void PutWideText(Sink& sink, const wchar_t* p, const wchar_t* end) {
   while (p != end && *p != 0) sink.CodePoint(NextWide(p, end));
 }
 
+// Wide text formatted into wide text is copied unit for unit, as the platform's wide formatting
+// does: a lone surrogate in a path (a name byte the emulated host could say no other way) must
+// reach the file system as it was.
+void PutWideText(WideSink& sink, const wchar_t* p, const wchar_t* end) {
+  while (p != end && *p != 0) sink.out.push_back(*p++);
+}
+
 template <class Sink>
 void PutWideString(Sink& sink, const Directive& directive, const wchar_t* text) {
   if (text == nullptr) return PutNarrowString(sink, directive, nullptr);

@@ -88,7 +88,10 @@ class PosixLibraries final : public Libraries {
     if (name == nullptr) return nullptr;
     // Product libraries carry their file name as their soname, so a loaded one is found by
     // its bare name as Windows finds a module by its base name.
-    return ::dlopen(posix::PosixPathOf(name).c_str(), RTLD_NOW | RTLD_NOLOAD);
+    const std::string file = posix::PosixPathOf(name);
+    // An empty name would hand back the program itself.
+    if (file.empty()) return nullptr;
+    return ::dlopen(file.c_str(), RTLD_NOW | RTLD_NOLOAD);
   }
 
   void* GetProcAddress(ModuleHandle module, const char* name, uint32_t* error) override {

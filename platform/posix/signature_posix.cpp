@@ -55,12 +55,12 @@ std::string DigestOf(int fd) {
 
 int32_t VerifyFile(const wchar_t* windowsPath) {
   const sim::HostState& host = sim::Host();
-  std::wstring key = sim::UpperAscii(windowsPath);
-  std::replace(key.begin(), key.end(), L'/', L'\\');
-  if (auto forced = host.signatureResults.find(key); forced != host.signatureResults.end()) {
-    return forced->second;
+  // A forced result holds for the file, however either path spells it.
+  for (const auto& [path, result] : host.signatureResults) {
+    if (posix::SamePath(path, windowsPath)) return result;
   }
   const std::string file = posix::PosixPathOf(windowsPath);
+  if (file.empty()) return kCryptEFileError;  // a drive this host does not have
   // Judge the very file that is read: open it once and look at what was opened.
   int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
   if (fd < 0) return kCryptEFileError;

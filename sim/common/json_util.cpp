@@ -1,48 +1,186 @@
 #include "sim/common/json_util.h"
 
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-#include <fstream>
+#include <exception>
 #include <limits>
-#include <sstream>
+#include <new>
+#include <utility>
+#include <vector>
 
 #include "base/format.h"
 
 namespace nw::sim {
+namespace {
+
+// Builds the document from the parser's events, so that a number out of range, a repeated field
+// and nesting too deep are reported with the JSON path where they occur, and nothing is thrown.
+class DocumentBuilder {
+ public:
+  using number_integer_t = Json::number_integer_t;
+  using number_unsigned_t = Json::number_unsigned_t;
+  using number_float_t = Json::number_float_t;
+  using string_t = Json::string_t;
+  using binary_t = Json::binary_t;
+
+  explicit DocumentBuilder(Json* root) : root_(root) {}
+
+  const std::string& error() const { return error_; }
+
+  bool null() { return Value(nullptr); }
+  bool boolean(bool value) { return Value(value); }
+  bool number_integer(number_integer_t value) { return Value(value); }
+  bool number_unsigned(number_unsigned_t value) { return Value(value); }
+  bool number_float(number_float_t value, const string_t&) { return Value(value); }
+  bool string(string_t& value) { return Value(std::move(value)); }
+  // JSON text has no binary values; only the binary formats produce this event.
+  bool binary(binary_t&) { return Fail(Path(), "JSON text"); }
+
+  bool start_object(std::size_t) { return Open(Json::object()); }
+  bool key(string_t& name) {
+    Frame& frame = open_.back();
+    if (frame.container->contains(name)) {
+      return Fail(JsonPath(ContainerPath(), name), "each field once in its object");
+    }
+    frame.key = std::move(name);
+    return true;
+  }
+  bool end_object() { return Close(); }
+  bool start_array(std::size_t) { return Open(Json::array()); }
+  bool end_array() { return Close(); }
+
+  bool parse_error(std::size_t, const std::string& token, const nlohmann::detail::exception& e) {
+    // 406: a number the double type cannot hold. Every other error is one of syntax, which the
+    // parser describes with its line and column.
+    if (e.id == 406) {
+      return Fail(Path(), "a number within the range of a double (not " + token + ")");
+    }
+    std::string what = e.what();
+    // Drop the library's own error number ("[json.exception.parse_error.101] ").
+    if (!what.empty() && what[0] == '[') {
+      const size_t close = what.find("] ");
+      if (close != std::string::npos) what.erase(0, close + 2);
+    }
+    if (error_.empty()) error_ = "not valid JSON: " + what;
+    return false;
+  }
+
+ private:
+  struct Frame {
+    Json* container;
+    std::string key;  // of the field being read, in an object
+  };
+
+  // One step of a JSON path: the field or element of frame that is being read (placed: already
+  // added to it, as an open container is).
+  static std::string Step(const std::string& path, const Frame& frame, bool placed) {
+    if (frame.container->is_object()) return JsonPath(path, frame.key);
+    return JsonPath(path, frame.container->size() - (placed ? 1 : 0));
+  }
+
+  // The JSON path of the innermost open container ("" for the whole document).
+  std::string ContainerPath() const {
+    std::string path;
+    for (size_t i = 0; i + 1 < open_.size(); ++i) path = Step(path, open_[i], true);
+    return path;
+  }
+
+  // The JSON path of the value being read.
+  std::string Path() const {
+    return open_.empty() ? std::string() : Step(ContainerPath(), open_.back(), false);
+  }
+
+  bool Fail(const std::string& path, const std::string& expected) {
+    if (error_.empty()) error_ = (path.empty() ? "/" : path) + ": expected " + expected;
+    return false;
+  }
+
+  Json* Place(Json&& value) {
+    if (open_.empty()) {
+      *root_ = std::move(value);
+      return root_;
+    }
+    Frame& frame = open_.back();
+    if (frame.container->is_object()) {
+      // The key stays with the frame: it names this value in the path of an error inside it.
+      return &frame.container->emplace(frame.key, std::move(value)).first.value();
+    }
+    frame.container->push_back(std::move(value));
+    return &frame.container->back();
+  }
+
+  bool Counted() {
+    if (++values_ <= kMaxJsonValues) return true;
+    return Fail(Path(), "at most " + std::to_string(kMaxJsonValues) + " values in the file");
+  }
+
+  template <class V>
+  bool Value(V&& value) {
+    if (!Counted()) return false;
+    Place(Json(std::forward<V>(value)));
+    return true;
+  }
+
+  bool Open(Json&& container) {
+    if (open_.size() >= static_cast<size_t>(kMaxJsonDepth)) {
+      return Fail(Path(),
+                  "objects and arrays nested at most " + std::to_string(kMaxJsonDepth) + " deep");
+    }
+    if (!Counted()) return false;
+    Json* placed = Place(std::move(container));
+    open_.push_back(Frame{placed, {}});
+    return true;
+  }
+
+  bool Close() {
+    open_.pop_back();
+    return true;
+  }
+
+  Json* root_;
+  std::vector<Frame> open_;
+  size_t values_ = 0;
+  std::string error_;
+};
+
+}  // namespace
 
 bool ParseJsonText(std::string_view text, const std::string& source, Json* doc,
                    std::string* error) {
-  *doc = Json::parse(text.begin(), text.end(), nullptr, /*allow_exceptions=*/false,
-                     /*ignore_comments=*/false);
-  if (doc->is_discarded()) {
-    // Parse again with exceptions only to learn where the text went wrong.
-    try {
-      Json unused = Json::parse(text.begin(), text.end());
-      (void)unused;
-    } catch (const Json::parse_error& e) {
-      *error = source + ": not valid JSON: " + e.what();
-      return false;
-    }
-    *error = source + ": not valid JSON";
+  // The parser would take a NUL byte for the end of the text and ignore what follows it.
+  if (const size_t nul = text.find('\0'); nul != std::string_view::npos) {
+    *error = source + ": not valid JSON: a NUL byte at offset " + std::to_string(nul);
     return false;
   }
-  return true;
+  try {
+    Json parsed;
+    DocumentBuilder builder(&parsed);
+    if (!Json::sax_parse(text.begin(), text.end(), &builder, nlohmann::detail::input_format_t::json,
+                         /*strict=*/true, /*ignore_comments=*/false)) {
+      *error = source + ": " + (builder.error().empty() ? "not valid JSON" : builder.error());
+      return false;
+    }
+    *doc = std::move(parsed);
+    return true;
+  } catch (const std::bad_alloc&) {
+    *error = source + ": not enough memory to read it";
+  } catch (const std::exception& e) {
+    *error = source + ": not valid JSON: " + e.what();
+  }
+  return false;
 }
 
 bool LoadJsonFile(const std::string& file, Json* doc, std::string* error) {
-  std::ifstream in(file, std::ios::binary);
-  if (!in) {
-    *error = file + ": cannot open: " + std::strerror(errno);
+  std::string text;
+  try {
+    if (!ReadRegularFile(file, kMaxJsonFileBytes, &text, error)) return false;
+  } catch (const std::bad_alloc&) {
+    *error = file + ": not enough memory to read it";
     return false;
   }
-  std::ostringstream text;
-  text << in.rdbuf();
-  if (in.bad()) {
-    *error = file + ": cannot read: " + std::strerror(errno);
-    return false;
-  }
-  return ParseJsonText(text.str(), file, doc, error);
+  return ParseJsonText(text, file, doc, error);
+}
+
+std::string JsonFileText(const Json& doc) {
+  return doc.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
 std::string JsonPath(const std::string& base, std::string_view key) {

@@ -9,15 +9,39 @@
 #include <string>
 #include <string_view>
 
+#include "sim/common/file_io.h"
+#include "sim/common/indexed_map.h"
+
 namespace nw::sim {
 
-// Ordered, so that a file written back keeps the order its author gave it.
-using Json = nlohmann::ordered_json;
+// Ordered, so that a file written back keeps the order its author gave it, and indexed, so that
+// reading an object of many fields costs time in proportion to its size.
+using Json = nlohmann::basic_json<IndexedOrderedMap>;
 
-/// Parses a whole file. On failure returns false and sets *error to "<file>: <reason>".
+/// Objects and arrays nest at most this deep in a file that is read.
+inline constexpr int kMaxJsonDepth = 64;
+/// A file that is read holds at most this many values (objects, arrays and what they hold,
+/// each counted once). With the size limit this bounds the memory a file can take, whatever
+/// its shape: a million empty objects take about 100 MB.
+inline constexpr size_t kMaxJsonValues = 1000000;
+
+/// Reads and parses a whole file (see ReadRegularFile for what is refused before parsing). On
+/// failure returns false and sets *error to "<file>: <reason>" (see ParseJsonText). Never
+/// throws.
 bool LoadJsonFile(const std::string& file, Json* doc, std::string* error);
-/// Parses text that stands for a file named source (used for built-in defaults).
+/// Parses text that stands for a file named source (also used for built-in defaults). On
+/// failure returns false and sets *error to one of
+///   "<source>: not valid JSON: <where and what the parser found>"
+///   "<source>: not valid JSON: a NUL byte at offset <n>"
+///   "<source>: <JSON path>: expected a number within the range of a double (not <text>)"
+///   "<source>: <JSON path>: expected each field once in its object"
+///   "<source>: <JSON path>: expected objects and arrays nested at most 64 deep"
+///   "<source>: <JSON path>: expected at most 1000000 values in the file"
+/// Never throws.
 bool ParseJsonText(std::string_view text, const std::string& source, Json* doc, std::string* error);
+/// The document as a file holds it: indented by two, ending with a line end. Never throws:
+/// text that is not UTF-8 (which a parsed document cannot hold) is written with U+FFFD.
+std::string JsonFileText(const Json& doc);
 
 /// Walks a document and keeps the first error as "<source>: <path>: expected <what>".
 class JsonChecker {
@@ -50,10 +74,5 @@ class JsonChecker {
 /// Joins a JSON path and a key ("/faults" + "Register" -> "/faults/Register").
 std::string JsonPath(const std::string& base, std::string_view key);
 std::string JsonPath(const std::string& base, size_t index);
-
-/// Replaces a file's contents atomically: writes a temporary file beside it, flushes it to disk
-/// and renames it over the old one. Returns false with *error set when any step fails, in which
-/// case the old file is untouched.
-bool WriteFileAtomically(const std::string& file, std::string_view contents, std::string* error);
 
 }  // namespace nw::sim

@@ -1,11 +1,11 @@
 #include "sim/common/library_state.h"
 
 #include <cstdarg>
-#include <cstdlib>
-#include <fstream>
+#include <exception>
 
 #include "base/format.h"
 #include "platform/debug_log.h"
+#include "sim/common/file_io.h"
 
 namespace nw::sim {
 
@@ -19,22 +19,14 @@ const Scenario* LibraryState::GetScenario(std::string* error) {
   std::lock_guard<std::mutex> lock(scenarioMutex_);
   if (!scenarioRead_) {
     scenarioRead_ = true;
-    std::string file;
-    if (options_.scenarioFile) {
-      file = *options_.scenarioFile;
-    } else if (const char* named = std::getenv(kScenarioVariable)) {
-      file = named;
+    // Reading stays inside the library: whatever goes wrong becomes a bad scenario.
+    try {
+      ReadScenario();
+    } catch (const std::exception& e) {
+      scenario_.reset();
+      scenarioError_ = std::string("the scenario cannot be read: ") + e.what();
     }
-    // The built-in scenario, once changed, lives on in the default state file.
-    if (file.empty() && !options_.defaultStateFile.empty() &&
-        std::ifstream(options_.defaultStateFile).good()) {
-      file = options_.defaultStateFile;
-    }
-    Scenario scenario;
-    if (LoadScenario(file, options_.builtInScenario, &scenario, &scenarioError_)) {
-      scenario_ = std::move(scenario);
-      saveFile_ = file.empty() ? options_.defaultStateFile : file;
-    } else {
+    if (!scenario_) {
       // The reason must stay on one line of the log, whatever the parser said.
       for (char& c : scenarioError_) c = c == '\n' || c == '\r' ? ' ' : c;
       Print(L"bad scenario: %hs\n", scenarioError_.c_str());
@@ -44,18 +36,42 @@ const Scenario* LibraryState::GetScenario(std::string* error) {
   return scenario_ ? &*scenario_ : nullptr;
 }
 
+void LibraryState::ReadScenario() {
+  std::string file;
+  if (options_.scenarioFile) {
+    file = *options_.scenarioFile;
+  } else {
+    file = EnvironmentVariable(kScenarioVariable);
+  }
+  // The built-in scenario, once changed, lives on in the default state file. Whatever has that
+  // name is read (and refused when it is not a file), never opened here just to look.
+  if (file.empty() && !options_.defaultStateFile.empty() && FileExists(options_.defaultStateFile)) {
+    file = options_.defaultStateFile;
+  }
+  Scenario scenario;
+  if (LoadScenario(file, options_.builtInScenario, &scenario, &scenarioError_)) {
+    scenario_ = std::move(scenario);
+    saveFile_ = file.empty() ? options_.defaultStateFile : file;
+  }
+}
+
 Status LibraryState::UpdateScenario(const std::function<void(Scenario&)>& change) {
   if (GetScenario() == nullptr) return kStatusBadScenario;
   std::lock_guard<std::mutex> lock(scenarioMutex_);
-  Scenario changed = *scenario_;
-  change(changed);
   std::string error;
-  if (saveFile_.empty()) {
-    error = "the built-in scenario has no state file to be saved to";
-  } else if (WriteFileAtomically(saveFile_, changed.document.dump(2) + "\n", &error)) {
-    changed.source = saveFile_;
-    scenario_ = std::move(changed);
-    return kStatusOk;
+  try {
+    Scenario changed = *scenario_;
+    change(changed);
+    if (saveFile_.empty()) {
+      error = "the built-in scenario has no state file to be saved to";
+    } else if (WriteFileAtomically(saveFile_, JsonFileText(changed.document), &error)) {
+      changed.source = saveFile_;
+      scenario_ = std::move(changed);
+      return kStatusOk;
+    }
+  } catch (const std::exception& e) {
+    // Nothing was written and the scenario stays as it was.
+    error = std::string("cannot prepare the change: ") + e.what();
   }
   for (char& c : error) c = c == '\n' || c == '\r' ? ' ' : c;
   Print(L"cannot save the scenario: %hs\n", error.c_str());

@@ -90,6 +90,8 @@ class LibraryState {
   Status Unload(const std::vector<std::string>& stillHeld = {});
 
  private:
+  /// Reads the scenario into scenario_, or leaves it empty with the reason in scenarioError_.
+  void ReadScenario();
   void Write(const std::wstring& line);
 
   Options options_;

@@ -13,6 +13,9 @@ namespace nw::sim {
 /// The file beside the library holding this code: its folder joined with name. Empty when the
 /// folder cannot be told.
 std::string FileBesideLibrary(const char* name);
+/// An environment variable's value as UTF-8 (the encoding of every path the simulator keeps),
+/// empty when unset.
+std::string EnvironmentVariable(const char* name);
 
 class ModuleSelfReference {
  public:

@@ -1,5 +1,7 @@
 #include <dlfcn.h>
 
+#include <cstdlib>
+
 #include "sim/common/module_ref.h"
 
 namespace nw::sim {
@@ -17,6 +19,11 @@ std::string FileBesideLibrary(const char* name) {
   const size_t slash = path.rfind('/');
   path.erase(slash == std::string::npos ? 0 : slash + 1);
   return path + name;
+}
+
+std::string EnvironmentVariable(const char* name) {
+  const char* value = std::getenv(name);
+  return value != nullptr ? value : "";
 }
 
 void ModuleSelfReference::Acquire() {

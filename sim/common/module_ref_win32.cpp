@@ -1,3 +1,4 @@
+#include <stdlib.h>
 #include <windows.h>
 
 #include "base/format.h"
@@ -30,6 +31,12 @@ std::string FileBesideLibrary(const char* name) {
   }
   path.erase(path.find_last_of(L"\\/") + 1);
   return WideToUtf8(path) + name;
+}
+
+std::string EnvironmentVariable(const char* name) {
+  // The wide environment: the narrow one is in the ANSI code page, which cannot say every path.
+  const wchar_t* value = ::_wgetenv(Utf8ToWide(name).c_str());
+  return value != nullptr ? WideToUtf8(value) : "";
 }
 
 void ModuleSelfReference::Acquire() {

@@ -1,5 +1,6 @@
 #include "sim/common/scenario.h"
 
+#include <exception>
 #include <iterator>
 #include <limits>
 
@@ -372,22 +373,28 @@ bool CheckTopLevelKeys(JsonChecker& check, const Json& doc) {
 bool ParseScenario(const Json& doc, const std::string& source, Scenario* out, std::string* error) {
   JsonChecker check(source);
   Scenario scenario;
-  if (check.Object(doc, "") && CheckTopLevelKeys(check, doc)) {
-    for (const Section& section : kSections) {
-      auto it = doc.find(section.name);
-      if (it != doc.end() && !section.parse(check, *it, JsonPath("", section.name), &scenario)) {
-        break;
+  try {
+    if (check.Object(doc, "") && CheckTopLevelKeys(check, doc)) {
+      for (const Section& section : kSections) {
+        auto it = doc.find(section.name);
+        if (it != doc.end() && !section.parse(check, *it, JsonPath("", section.name), &scenario)) {
+          break;
+        }
       }
     }
+    if (check.ok()) {
+      scenario.source = source;
+      scenario.document = doc;
+      *out = std::move(scenario);
+      return true;
+    }
+  } catch (const std::exception& e) {
+    // A section reader that slipped past its checks: still a bad scenario, never a throw out of
+    // the library.
+    check.Fail("", std::string("a readable scenario (") + e.what() + ")");
   }
-  if (!check.ok()) {
-    *error = check.error();
-    return false;
-  }
-  scenario.source = source;
-  scenario.document = doc;
-  *out = std::move(scenario);
-  return true;
+  *error = check.error();
+  return false;
 }
 
 bool LoadScenario(const std::string& file, std::string_view builtInText, Scenario* out,

@@ -3,6 +3,7 @@
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 
 #include "base/format.h"
 
@@ -93,10 +94,29 @@ bool ReadValue(JsonChecker& check, const Json& v, const std::string& path, Regis
   return true;
 }
 
+/// "drives": {"D": "/srv/d"}: a letter (or a letter and a colon) to the absolute POSIX path of
+/// the directory it stands for, written with "/" or "\\".
+bool ParseDrives(JsonChecker& check, const Json& drives, HostState* host) {
+  if (!check.Object(drives, "/drives")) return false;
+  for (const auto& item : drives.items()) {
+    const std::string path = JsonPath("/drives", item.key());
+    const std::string& name = item.key();
+    const bool letter = (name.size() == 1 || (name.size() == 2 && name[1] == ':')) &&
+                        std::isalpha(static_cast<unsigned char>(name[0]));
+    if (!letter) return check.Fail(path, "a drive letter (\"D\" or \"D:\")");
+    std::string root;
+    if (!check.String(item.value(), path, &root)) return false;
+    for (char& c : root) c = c == '\\' ? '/' : c;
+    if (root.empty() || root[0] != '/') return check.Fail(path, "an absolute path (\"/srv/d\")");
+    host->drives[static_cast<wchar_t>(std::toupper(static_cast<unsigned char>(name[0])))] = root;
+  }
+  return true;
+}
+
 bool Parse(const Json& doc, JsonChecker& check, HostState* host) {
   if (!check.Object(doc, "",
                     {"registry", "systemDirectory", "setDefaultDllDirectories", "systemLibraries",
-                     "signatures", "trustedSha256", "faults"})) {
+                     "signatures", "trustedSha256", "faults", "drives"})) {
     return false;
   }
   if (doc.contains("registry")) {
@@ -145,11 +165,10 @@ bool Parse(const Json& doc, JsonChecker& check, HostState* host) {
     for (const auto& item : doc["signatures"].items()) {
       int32_t result = 0;
       if (!check.Status(item.value(), JsonPath("/signatures", item.key()), &result)) return false;
-      std::wstring path = UpperAscii(Utf8ToWide(item.key()));
-      for (auto& c : path) c = c == L'/' ? L'\\' : c;
-      host->signatureResults[path] = result;
+      host->signatureResults[Utf8ToWide(item.key())] = result;
     }
   }
+  if (doc.contains("drives") && !ParseDrives(check, doc["drives"], host)) return false;
   if (doc.contains("trustedSha256")) {
     const Json& digests = doc["trustedSha256"];
     if (!digests.is_array()) return check.Fail("/trustedSha256", "an array of SHA-256 digests");
@@ -187,56 +206,12 @@ bool Parse(const Json& doc, JsonChecker& check, HostState* host) {
   return true;
 }
 
-}  // namespace
-
-std::wstring UpperAscii(std::wstring_view text) {
-  std::wstring out(text);
-  for (auto& c : out) {
-    if (c >= L'a' && c <= L'z') c = static_cast<wchar_t>(c - L'a' + L'A');
-  }
-  return out;
-}
-
-bool LoadHostState(std::string* error) {
-  if (loaded) return true;
-  HostState fresh;
-  const char* file = std::getenv("NETWARDEN_HOST");
-  if (file != nullptr && *file != '\0') {
-    fresh.file = file;
-    if (!LoadJsonFile(fresh.file, &fresh.document, error)) return false;
-    JsonChecker check(fresh.file);
-    if (!Parse(fresh.document, check, &fresh)) {
-      *error = check.error();
-      return false;
-    }
-  }
-  State() = std::move(fresh);
-  loaded = true;
-  return true;
-}
-
-HostState& Host() { return State(); }
-
-void ResetHostStateForTesting() {
-  State() = HostState();
-  loaded = false;
-}
-
-std::optional<int32_t> HostFault(const std::string& call) {
-  auto it = State().faults.find(call);
-  if (it == State().faults.end()) return std::nullopt;
-  return it->second;
-}
-
-bool SetHostRegistryValue(const std::wstring& keyPath, const RegistryValue& value,
-                          std::string* error) {
-  HostState& host = State();
-  const std::wstring key = NormalizeKeyPath(keyPath);
-  if (!host.file.empty()) {
-    // Write the file first: a failed write leaves both the file and the emulated host as they
-    // were.
+/// Writes a registry value into the host file, keeping the spelling the file already uses for
+/// the key and the value.
+bool SaveRegistryValue(HostState& host, const std::wstring& key, const RegistryValue& value,
+                       std::string* error) {
+  try {
     Json doc = host.document;
-    // Keep the spelling the file already uses for the key and the value.
     std::string keyName = WideToUtf8(key);
     for (const auto& item : doc["registry"].items()) {
       if (NormalizeKeyPath(Utf8ToWide(item.key())) == key) keyName = item.key();
@@ -260,9 +235,81 @@ bool SetHostRegistryValue(const std::wstring& keyPath, const RegistryValue& valu
     } else {
       keyObject[name] = Json{{"type", "REG_BINARY"}, {"data", value.data}};
     }
-    if (!WriteFileAtomically(host.file, doc.dump(2) + "\n", error)) return false;
+    if (!WriteFileAtomically(host.file, JsonFileText(doc), error)) return false;
     host.document = std::move(doc);
+    return true;
+  } catch (const std::exception& e) {
+    *error = host.file + ": cannot prepare the change: " + e.what();
+    return false;
   }
+}
+
+}  // namespace
+
+std::wstring UpperAscii(std::wstring_view text) {
+  std::wstring out(text);
+  for (auto& c : out) {
+    if (c >= L'a' && c <= L'z') c = static_cast<wchar_t>(c - L'a' + L'A');
+  }
+  return out;
+}
+
+bool ParseHostState(const Json& doc, const std::string& source, HostState* out,
+                    std::string* error) {
+  JsonChecker check(source);
+  HostState parsed;
+  try {
+    Parse(doc, check, &parsed);
+  } catch (const std::exception& e) {
+    check.Fail("", std::string("a readable host file (") + e.what() + ")");
+  }
+  if (!check.ok()) {
+    *error = check.error();
+    return false;
+  }
+  parsed.file = std::move(out->file);
+  parsed.document = std::move(out->document);
+  *out = std::move(parsed);
+  return true;
+}
+
+bool LoadHostState(std::string* error) {
+  if (loaded) return true;
+  HostState fresh;
+  const char* file = std::getenv("NETWARDEN_HOST");
+  if (file != nullptr && *file != '\0') {
+    fresh.file = file;
+    Json doc;
+    if (!LoadJsonFile(fresh.file, &doc, error) || !ParseHostState(doc, fresh.file, &fresh, error)) {
+      return false;
+    }
+    fresh.document = std::move(doc);
+  }
+  State() = std::move(fresh);
+  loaded = true;
+  return true;
+}
+
+HostState& Host() { return State(); }
+
+void ResetHostStateForTesting() {
+  State() = HostState();
+  loaded = false;
+}
+
+std::optional<int32_t> HostFault(const std::string& call) {
+  auto it = State().faults.find(call);
+  if (it == State().faults.end()) return std::nullopt;
+  return it->second;
+}
+
+bool SetHostRegistryValue(const std::wstring& keyPath, const RegistryValue& value,
+                          std::string* error) {
+  HostState& host = State();
+  const std::wstring key = NormalizeKeyPath(keyPath);
+  // Write the file first: a failed write leaves both the file and the emulated host as they
+  // were.
+  if (!host.file.empty() && !SaveRegistryValue(host, key, value, error)) return false;
   host.registry[key][UpperAscii(value.name)] = value;
   return true;
 }

@@ -31,8 +31,12 @@ struct HostState {
   /// Library names present in the system directory (upper case). Every Windows host has the
   /// two the signature verification binds; a host file that lists its own replaces them.
   std::vector<std::wstring> systemLibraries = {L"WINTRUST.DLL", L"CRYPT32.DLL"};
-  /// Verification results forced for a path (upper case, "\\" separators).
+  /// Verification results forced for a path, as the host file writes it (the verifier compares
+  /// paths as the file system would see them, see platform/posix/paths_posix.h).
   std::map<std::wstring, int32_t> signatureResults;
+  /// The POSIX directory each drive letter (upper case) stands for; "C:" is "/" unless the host
+  /// file says otherwise, and other letters name no drive unless it lists them.
+  std::map<wchar_t, std::string> drives = {{L'C', "/"}};
   /// When not empty, only files with one of these SHA-256 digests (lower-case hex) are trusted.
   std::vector<std::string> trustedSha256;
   /// Fault injection by facility call name ("RegOpenKeyEx", "WSAStartup", ...).
@@ -45,6 +49,10 @@ struct HostState {
 /// Reads the host file named by NETWARDEN_HOST (once per process). Returns false with *error
 /// naming the file, the JSON path and what was expected there.
 bool LoadHostState(std::string* error);
+/// Checks and converts a host document, as LoadHostState does with the file it read; out keeps
+/// its file and document, which are the caller's to set. Returns false with *error naming
+/// source, the JSON path and what was expected.
+bool ParseHostState(const Json& doc, const std::string& source, HostState* out, std::string* error);
 /// The loaded host; an empty host until LoadHostState succeeded.
 HostState& Host();
 /// Forgets the loaded host so that the next LoadHostState reads the variable again (tests).

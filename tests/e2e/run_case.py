@@ -3,7 +3,8 @@
 
 A case is a folder:
   args              the command-line arguments, one per line (absent or empty: none)
-  layout            optional; where things are put under the case's temporary root, one per line:
+  layout            optional; where things are put under the case's temporary root, one per line
+                    (folder names are bytes: they need not be UTF-8):
                       exe DIR               the program goes into DIR (default: bin)
                       lib NAME DIR [MODE]   a built library goes into DIR, with octal MODE
                       lib-unsigned NAME DIR the library as built, without a signature (Wine only)
@@ -42,7 +43,7 @@ netwarden.exe, the libraries from the signed copies tests/wine/prepare.sh made, 
 Z:\\<root>, standard output with "\\r\\n" for every "\\n", the debugger output read from Wine's
 warn+seh channel on standard error, and host.json's "registry" written into the shared prefix
 for the length of the run. Cases that depend on what only the emulated host can be told (other
-host.json fields, file modes) are skipped (exit code 77).
+host.json fields, file modes, folder names that hold a backslash) are skipped (exit code 77).
 
 The environment of the run holds only PATH and the variables named above. A debugger output
 that reports a leaked core object fails the case unless debug.log expects it.
@@ -68,15 +69,17 @@ def windows_form(path):
     return path.replace("/", "\\")
 
 
-def read_text(path, default=None):
+def read_text(path, default=None, errors="strict"):
     if not os.path.exists(path):
         return default
     with open(path, "rb") as f:
-        return f.read().decode("utf-8")
+        return f.read().decode("utf-8", errors)
 
 
 def parse_layout(case_dir):
-    text = read_text(os.path.join(case_dir, "layout"))
+    # Bytes that are not UTF-8 stay the bytes they are, so that a folder name can be one that is
+    # not UTF-8.
+    text = read_text(os.path.join(case_dir, "layout"), errors="surrogateescape")
     layout = {"exe": "bin", "cwd": "work", "libs": [], "mkdirs": []}
     if text is None:
         layout["libs"] = [(name, "bin", None) for name in LIBRARIES]
@@ -345,6 +348,10 @@ def run_wine(build_dir, prepared_dir, case_dir):
     layout = parse_layout(case_dir)
     if any(mode is not None for _, _, mode in layout["libs"]):
         return skip(case_dir, "a file mode only means something on the emulated host")
+    folders = [layout["exe"], layout["cwd"]] + layout["mkdirs"] + \
+        [folder for _, folder, *_ in layout["libs"] + layout.get("variants", [])]
+    if any("\\" in folder for folder in folders):
+        return skip(case_dir, "a folder name that holds a backslash cannot exist on Windows")
     host_text = read_text(os.path.join(case_dir, "host.json"))
     host = json.loads(host_text) if host_text is not None else {}
     others = sorted(set(host) - set(WINE_HOST_KEYS))

@@ -572,6 +572,10 @@ TEST(FormatWideTest, ProducesWideCharacters) {
   EXPECT_EQ(Wide(L"%3s|", L"\U0001F600"), L"  \U0001F600|");
   EXPECT_EQ(Wide(L"%3hs|", "\xC3\xA9"), L" \u00e9|");
   EXPECT_EQ(Wide(L"caf\u00e9 %s", nullptr), L"caf\u00e9 (null)");
+  // Wide into wide is a copy: lone surrogates stand for bytes of path names and must survive.
+  const std::wstring name = Units({'a', 0xDC5C, 'b', 0xDCE9});
+  EXPECT_EQ(Wide(L"%ls\\%s", name.c_str(), L"x.dll"), name + L"\\x.dll");
+  EXPECT_EQ(Wide(L"%3.2ls|", name.c_str()), Units({' ', 'a', 0xDC5C, '|'}));
 }
 
 // The console receives the bytes of the runtime's default locale: one byte for U+0000 to

@@ -200,7 +200,7 @@ TEST(SimConfigTest, UnsavableChangeFailsAndChangesNothing) {
     std::optional<std::string> scenarioFile;
     const wchar_t* reason;
   } cases[] = {
-      {file, L"cannot create"},
+      {file, L"No such file or directory"},
       {std::string(), L"the built-in scenario has no state file to be saved to"},
   };
   for (const auto& c : cases) {

@@ -174,6 +174,11 @@ TEST(HostFile, ErrorsNameTheFileThePathAndWhatWasExpected) {
       {R"({"registy": {}})", "/registy: expected one of the known fields"},
       {R"([1, 2])", "/: expected an object"},
       {R"({"registry": )", "not valid JSON"},
+      // What the JSON library itself refuses is a bad host file too, never an abort.
+      {R"({"registry": {"HKLM\\X": {"v": 1e400}}})",
+       "/registry/HKLM\\X/v: expected a number within the range of a double (not 1e400)"},
+      {R"({"registry": {"HKLM\\X": {"v": 1, "V": 2, "v": 3}}})",
+       "/registry/HKLM\\X/v: expected each field once in its object"},
   };
   TempDir dir;
   for (const auto& c : cases) {
@@ -184,12 +189,24 @@ TEST(HostFile, ErrorsNameTheFileThePathAndWhatWasExpected) {
   }
 }
 
-TEST(HostFile, MissingFileIsNamed) {
-  ::setenv("NETWARDEN_HOST", "/nonexistent/host.json", 1);
-  sim::ResetHostStateForTesting();
-  std::string error;
-  EXPECT_FALSE(sim::LoadHostState(&error));
-  EXPECT_EQ(error.rfind("/nonexistent/host.json: cannot open", 0), 0u) << error;
+TEST(HostFile, WhatCannotBeReadIsNamed) {
+  TempDir dir;
+  ::mkdir(dir.File("folder.json").c_str(), 0755);
+  const struct {
+    std::string file;
+    std::string error;
+  } cases[] = {
+      {"/nonexistent/host.json", "/nonexistent/host.json: cannot open: No such file or directory"},
+      {dir.File("folder.json"), dir.File("folder.json") + ": not a regular file (a directory)"},
+      {"/dev/zero", "/dev/zero: not a regular file (a character device)"},
+  };
+  for (const auto& c : cases) {
+    ::setenv("NETWARDEN_HOST", c.file.c_str(), 1);
+    sim::ResetHostStateForTesting();
+    std::string error;
+    EXPECT_FALSE(sim::LoadHostState(&error));
+    EXPECT_EQ(error, c.error);
+  }
   ::unsetenv("NETWARDEN_HOST");
   sim::ResetHostStateForTesting();
 }
