@@ -6,8 +6,8 @@
 #include <cstdarg>
 #include <string>
 
-#include "cli/console.h"
 #include "base/format.h"
+#include "cli/console.h"
 
 namespace nw {
 namespace {
@@ -34,11 +34,6 @@ void WritePolicyDocument(IPolicyManager*) { NotAvailable(L"-PolicyDisplayXml"); 
 void ShowBlacklist(CoreConnection*, int mode) {
   NotAvailable(mode == 0 ? L"-BlackListDisplay" : L"-BlackListDisplayXml");
 }
-void IpConfigDisplay(IControl*) { NotAvailable(L"-IpConfig"); }
-void StateTableDisplay(IControl*) { NotAvailable(OptionStateTable); }
-void EndpointTableDisplay(IControl*) { NotAvailable(OptionEndpointTable); }
-void ProcessListDisplay(IControl*) { NotAvailable(OptionProcessList); }
-void ProcessInfoDisplay(IControl*, const wchar_t*, uint32_t) { NotAvailable(OptionProcess); }
 void EnableNdisDriver(DriverLogFn) { NotAvailable(OptionEnableNdis); }
 void EnableWfpDriver(DriverLogFn) { NotAvailable(OptionEnableWfp); }
 void DisableUnusedNetDrivers(CoreConnection*) { NotAvailable(OptionDisableUnusedNetDrivers); }

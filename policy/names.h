@@ -9,16 +9,10 @@
 #include <span>
 
 #include "core/guid.h"
+#include "core/ip_address.h"
 #include "platform/process.h"
 
 namespace nw {
-
-/// An address as the core passes it: IPv4 in the first four bytes (the rest zero), IPv6 in all
-/// sixteen, network byte order either way. version is 4, 6, or 0 for a cleared record.
-struct IpAddress {
-  uint8_t bytes[16];
-  uint32_t version;
-};
 
 /// Characters FormatIpAddress needs, terminator included.
 inline constexpr size_t kIpv4TextCapacity = 16;

@@ -9,7 +9,9 @@ namespace {
 // What may follow "name:" in a fault entry.
 enum class FaultItem {
   kNone,
-  kRequestCode,  // a driver request code in decimal
+  kRequestCode,   // a driver request code in decimal
+  kAddressIndex,  // the place of an address in the scenario's "addresses", from 0, in decimal
+  kProcessId,     // a process identifier in decimal
 };
 
 struct FaultOperation {
@@ -55,6 +57,15 @@ constexpr FaultOperation kFaultOperations[] = {
     {"", "DrvLinkConnect"},
     {"IDriverLinkConnector", "ConnectToContentDriver"},
     {"IDriverLink", "SendControlRequest", FaultItem::kRequestCode},
+    {"IControl", "GetIpConfigChanged"},
+    {"IControl", "GetConnectionTable"},
+    {"IControl", "GetOpenedEndpointTable"},
+    {"IControl", "GetActiveProcesses"},
+    {"IAddressInfo", "GetAddress", FaultItem::kAddressIndex},
+    {"IConnectionTable", "Refresh"},
+    {"IOpenedEndpointTable", "Refresh"},
+    {"IActiveProcesses", "RefreshProcessIdList"},
+    {"IActiveProcesses", "QueryProcessInfo", FaultItem::kProcessId},
 };
 
 // The settings of the "config" section, in the order a scenario writes them: each is a number
@@ -168,16 +179,45 @@ bool ParseConfig(JsonChecker& check, const Json& v, const std::string& path, Sce
   return true;
 }
 
-// A request code as the fault key carries it: plain decimal, no sign or leading zero, so that
-// one code has one spelling and the lookup finds it.
-bool IsRequestCode(std::string_view text) {
-  if (text.empty() || text.size() > 10 || (text.size() > 1 && text[0] == '0')) return false;
+// A number as a fault key carries it: plain decimal, no sign or leading zero, so that one
+// number has one spelling and the lookup finds it.
+bool IsDecimal(std::string_view text, uint64_t max) {
+  if (text.empty() || text.size() > 20 || (text.size() > 1 && text[0] == '0')) return false;
   uint64_t value = 0;
   for (char c : text) {
     if (c < '0' || c > '9') return false;
-    value = value * 10 + static_cast<uint64_t>(c - '0');
+    const auto digit = static_cast<uint64_t>(c - '0');
+    if (value > (max - digit) / 10) return false;
+    value = value * 10 + digit;
   }
-  return value <= std::numeric_limits<uint32_t>::max();
+  return true;
+}
+
+bool IsItem(FaultItem kind, std::string_view text) {
+  switch (kind) {
+    case FaultItem::kRequestCode:
+      return IsDecimal(text, std::numeric_limits<uint32_t>::max());
+    case FaultItem::kAddressIndex:
+    case FaultItem::kProcessId:
+      return IsDecimal(text, std::numeric_limits<uint64_t>::max());
+    case FaultItem::kNone:
+      break;
+  }
+  return false;
+}
+
+const char* ItemPlaceholder(FaultItem kind) {
+  switch (kind) {
+    case FaultItem::kRequestCode:
+      return ":<code>";
+    case FaultItem::kAddressIndex:
+      return ":<index>";
+    case FaultItem::kProcessId:
+      return ":<pid>";
+    case FaultItem::kNone:
+      break;
+  }
+  return nullptr;
 }
 
 constexpr std::string_view kQualifier = "::";
@@ -195,7 +235,7 @@ bool IsKnownFault(std::string_view key) {
   for (const FaultOperation& op : kFaultOperations) {
     if (op.name != name || (!interfaceName.empty() && op.interfaceName != interfaceName)) continue;
     if (colon == std::string_view::npos) return true;
-    return op.item == FaultItem::kRequestCode && IsRequestCode(key.substr(colon + 1));
+    return IsItem(op.item, key.substr(colon + 1));
   }
   return false;
 }
@@ -204,12 +244,12 @@ std::string KnownFaultsText() {
   std::string names;
   for (size_t i = 0; i < std::size(kFaultOperations); ++i) {
     const FaultOperation& op = kFaultOperations[i];
-    bool seen = false;  // Refresh belongs to two interfaces
+    bool seen = false;  // Refresh belongs to several interfaces
     for (size_t j = 0; j < i; ++j) seen = seen || kFaultOperations[j].name == op.name;
     if (seen) continue;
     if (!names.empty()) names += ", ";
     names += op.name;
-    if (op.item == FaultItem::kRequestCode) names += ", " + std::string(op.name) + ":<code>";
+    if (const char* item = ItemPlaceholder(op.item)) names += ", " + std::string(op.name) + item;
   }
   return names + "; any of them as <interface>::<operation>";
 }
@@ -238,9 +278,10 @@ struct Section {
 
 // The top-level fields of a scenario, checked in this order. A new section is one line here.
 constexpr Section kSections[] = {
-    {"service", ParseService},       {"faults", ParseFaults},     {"debug", ParseDebug},
-    {"driverLink", ParseDriverLink}, {"versions", ParseVersions}, {"hooks", ParseHooks},
-    {"config", ParseConfig},
+    {"service", ParseService},         {"faults", ParseFaults},       {"debug", ParseDebug},
+    {"driverLink", ParseDriverLink},   {"versions", ParseVersions},   {"hooks", ParseHooks},
+    {"config", ParseConfig},           {"adapters", ParseAdapters},   {"addresses", ParseAddresses},
+    {"connections", ParseConnections}, {"endpoints", ParseEndpoints}, {"processes", ParseProcesses},
 };
 
 bool CheckTopLevelKeys(JsonChecker& check, const Json& doc) {

@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "sim/common/json_util.h"
+#include "sim/common/scenario_tables.h"
 
 namespace nw::sim {
 
@@ -86,6 +87,8 @@ struct Scenario {
   CoreVersions versions;
   HookState hooks;
   GlobalSettings config;
+  /// Adapters, addresses, connections, endpoints and processes (scenario_tables.h).
+  RuntimeTables tables;
 
   /// The file the scenario came from, or kBuiltInScenarioName.
   std::string source;
