@@ -6,8 +6,8 @@
 #include <cstdarg>
 #include <string>
 
-#include "base/format.h"
 #include "cli/console.h"
+#include "base/format.h"
 
 namespace nw {
 namespace {

@@ -278,10 +278,18 @@ struct Section {
 
 // The top-level fields of a scenario, checked in this order. A new section is one line here.
 constexpr Section kSections[] = {
-    {"service", ParseService},         {"faults", ParseFaults},       {"debug", ParseDebug},
-    {"driverLink", ParseDriverLink},   {"versions", ParseVersions},   {"hooks", ParseHooks},
-    {"config", ParseConfig},           {"adapters", ParseAdapters},   {"addresses", ParseAddresses},
-    {"connections", ParseConnections}, {"endpoints", ParseEndpoints}, {"processes", ParseProcesses},
+    {"service", ParseService},
+    {"faults", ParseFaults},
+    {"debug", ParseDebug},
+    {"driverLink", ParseDriverLink},
+    {"versions", ParseVersions},
+    {"hooks", ParseHooks},
+    {"config", ParseConfig},
+    {"adapters", ParseAdapters},  // the runtime tables (scenario_tables.cpp)
+    {"addresses", ParseAddresses},
+    {"connections", ParseConnections},
+    {"endpoints", ParseEndpoints},
+    {"processes", ParseProcesses},
 };
 
 bool CheckTopLevelKeys(JsonChecker& check, const Json& doc) {
