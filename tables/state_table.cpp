@@ -15,10 +15,10 @@ constexpr uint8_t kProtocolIcmp = 1;
 constexpr uint8_t kProtocolTcp = 6;
 constexpr uint8_t kProtocolIcmpv6 = 58;
 
-// The core's calls for one entry come in a fixed order; the line is printed as they come.
+// The core's calls for one entry come in a fixed order, which the line's pieces follow.
 void PrintConnection(IConnectionTable& table, uint64_t i) {
   const uint8_t protocol = table.GetProtocol(i);
-  ConsolePrint(L"PID %04d", table.GetProcessId(i));
+  const uint32_t processId = table.GetProcessId(i);
   uint16_t localPort = table.GetLocalPort(i);
   uint16_t remotePort = table.GetRemotePort(i);
   const wchar_t* name;
@@ -30,7 +30,7 @@ void PrintConnection(IConnectionTable& table, uint64_t i) {
     localPort = PortFromNetworkOrder(localPort);
     remotePort = PortFromNetworkOrder(remotePort);
   }
-  ConsolePrint(L" %s ", name);
+  ConsolePrint(L"PID %04d %s ", processId, name);
   PrintIpAddress(table.GetLocalAddress(i), false, false);
   ConsolePrint(table.IsOutbound(i) ? L" %d --> " : L" %d <-- ", localPort);
   PrintIpAddress(table.GetRemoteAddress(i), false, false);

@@ -11,7 +11,8 @@
 namespace nw::sim {
 namespace {
 
-// A stream of well-mixed 64-bit values from a seed and an index.
+// A stream of well-mixed random bits from a seed and an index. Values in a range are taken by
+// multiplying 32 random bits by the range's size, which needs no division.
 class Mixer {
  public:
   Mixer(uint64_t seed, uint64_t index, uint64_t table)
@@ -23,10 +24,22 @@ class Mixer {
     z = (z ^ (z >> 27)) * 0x94D049BB133111EBu;
     return z ^ (z >> 31);
   }
-  uint32_t Below(uint32_t bound) { return static_cast<uint32_t>(Next() % bound); }
+  /// A value from 0 to bound - 1.
+  uint32_t Below(uint32_t bound) {
+    if (!half_) {
+      bits_ = Next();
+      half_ = true;
+    } else {
+      bits_ >>= 32;
+      half_ = false;
+    }
+    return static_cast<uint32_t>((bits_ & 0xFFFFFFFFu) * bound >> 32);
+  }
 
  private:
   uint64_t state_;
+  uint64_t bits_ = 0;
+  bool half_ = false;
 };
 
 constexpr uint64_t kConnectionTable = 1;
