@@ -77,7 +77,10 @@ TEST(ScenarioTest, RejectsBadDocumentsNamingFilePathAndWhatWasExpected) {
       "SetTrackForwardedConnections, SetMaxStateTableSize, SetStateTableTcpConnRemovalTimeOut, "
       "SetConnectionThrottleBurstThreshold, SetConnectionThrottleMaxConnectionsRate, "
       "DrvLinkConnectAsync, DrvLinkConnect, ConnectToContentDriver, SendControlRequest, "
-      "SendControlRequest:<code>; any of them as <interface>::<operation>)";
+      "SendControlRequest:<code>, GetIpConfigChanged, GetConnectionTable, "
+      "GetOpenedEndpointTable, GetActiveProcesses, GetAddress, GetAddress:<index>, "
+      "RefreshProcessIdList, QueryProcessInfo, QueryProcessInfo:<pid>; any of them as "
+      "<interface>::<operation>)";
   const struct {
     const char* text;
     std::string expected;  // after "<file>: "
@@ -87,7 +90,7 @@ TEST(ScenarioTest, RejectsBadDocumentsNamingFilePathAndWhatWasExpected) {
       {R"({"debug": true})", "/debug: expected an object"},
       {R"({"servce": {}})",
        "/servce: expected one of the known fields (service, faults, debug, driverLink, versions, "
-       "hooks, config)"},
+       "hooks, config, adapters, addresses, connections, endpoints, processes)"},
       {R"({"driverLink": {"running": false}})",
        "/driverLink/running: expected one of the known fields (driverRunning)"},
       {R"({"faults": {"Regster": 5}})", "/faults/Regster: " + operation},
@@ -268,7 +271,8 @@ TEST(CoreTest, ControlGettersHandOutObjectsOrFailWithNullOut) {
       {"{}", kBlacklist, &ControlInterfaceId, Hr(0x80004002)},
       {R"({"GetHighPriorityIpListControl": "0xC0000022"})", kBlacklist,
        &HighPriorityIpListInterfaceId, Hr(0xC0000022)},
-      {"{}", kConnections, &ControlInterfaceId, Hr(0x80004001)},
+      {"{}", kConnections, &ConnectionTableInterfaceId, 0},
+      {"{}", kConnections, &ControlInterfaceId, Hr(0x80004002)},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(std::string(c.faults) + " getter " + std::to_string(c.getter));
@@ -294,6 +298,7 @@ TEST(CoreTest, ControlGettersHandOutObjectsOrFailWithNullOut) {
         break;
       case kConnections:
         status = control->GetConnectionTable(reinterpret_cast<IConnectionTable**>(&out), c.iid);
+        if (out != nullptr) static_cast<IConnectionTable*>(out)->Release();
         break;
     }
     EXPECT_EQ(status, c.expected);
@@ -436,7 +441,8 @@ TEST(DebugOutputTest, LeakReportFollowsDebugOptionsAndBadScenarioIsReportedOnce)
       {R"({"debug": {"reportLeaks": false}})", {}},
       {R"({"debug": {"trace": false, "reportLeaks": false}, "bogus": 1})",
        {L"kvxfwctl: bad scenario: <file>: /bogus: expected one of the known fields (service, "
-        L"faults, debug, driverLink, versions, hooks, config)\n",
+        L"faults, debug, driverLink, versions, hooks, config, adapters, addresses, connections, "
+        L"endpoints, processes)\n",
         L"kvxfwctl: leak: IRegisterPointProduct still referenced (refs 1)\n"}},
   };
   for (const auto& c : cases) {
