@@ -138,25 +138,29 @@ struct ConsoleSink {
   // The hot path of every listing: runs of U+0000 to U+00FF are copied a byte a unit into a
   // local chunk and appended at once, and only other units take the code-point path.
   void WideText(const wchar_t* p, const wchar_t* end) {
+    // Counters stay local: the byte stores below may alias anything, so a member counter
+    // would be written back on every character.
     char chunk[256];
     std::size_t n = 0;
+    std::size_t extraUnits = 0;  // units beyond one for each byte written
     while (p != end && *p != 0) {
       const auto unit = static_cast<WideUnit>(*p);
       if (unit <= 0xFF) {
         chunk[n++] = static_cast<char>(unit);
         ++p;
-        ++units;
       } else {
         const char32_t c = NextWide(p, end);
         chunk[n++] = kUnrepresentable;
-        units += WideUnits(c);
+        extraUnits += WideUnits(c) - 1;
       }
       if (n == sizeof chunk) {
         out.append(chunk, n);
+        units += n;
         n = 0;
       }
     }
     out.append(chunk, n);
+    units += n + extraUnits;
   }
 
   static constexpr char kUnrepresentable = '?';
@@ -792,7 +796,6 @@ std::string_view ConsoleFormatter::Format(const wchar_t* format, va_list ap, std
   *units = sink.units;
   return out_;
 }
-
 
 std::size_t AppendFormatConsole(std::string& out, const wchar_t* format, va_list args) {
   ConsoleSink sink{out};
