@@ -1,7 +1,7 @@
 // -IpConfig: every adapter the core sees, then the flat list of the host's addresses.
 
+#include <cstddef>
 #include <cstdint>
-#include <cwchar>
 
 #include "cli/console.h"
 #include "cli/handlers.h"
