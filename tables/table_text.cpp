@@ -38,11 +38,23 @@ const wchar_t* ImageName(const wchar_t* path) {
   return name;
 }
 
+namespace {
+
+// A template, so that the comparison exists only where wide characters can exceed U+FFFF.
+template <class Unit>
+size_t Utf16UnitsOf(Unit unit) {
+  if constexpr (sizeof(Unit) > 2) {
+    return static_cast<uint32_t>(unit) > 0xFFFF ? 2 : 1;
+  } else {
+    return 1;  // the text is UTF-16 already
+  }
+}
+
+}  // namespace
+
 size_t Utf16Length(const wchar_t* text) {
   size_t units = 0;
-  for (const wchar_t* p = text; *p != L'\0'; ++p) {
-    units += sizeof(wchar_t) > 2 && static_cast<uint32_t>(*p) > 0xFFFF ? 2 : 1;
-  }
+  for (const wchar_t* p = text; *p != L'\0'; ++p) units += Utf16UnitsOf(*p);
   return units;
 }
 
