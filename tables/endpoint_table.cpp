@@ -32,7 +32,9 @@ void PrintSection(IOpenedEndpointTable& table, uint32_t version) {
 
 void EndpointTableDisplay(IControl* control) {
   IOpenedEndpointTable* table = nullptr;
-  LastStatus = control->GetOpenedEndpointTable(&table, &OpenedEndpointTableInterfaceId);
+  LastStatus = ObtainObject(&table, [&] {
+    return control->GetOpenedEndpointTable(&table, &OpenedEndpointTableInterfaceId);
+  });
   if (LastStatus != kStatusOk) {
     ConsolePrint(L"    Error from IControl::GetOpenedEndpointTable: %08x.\n", LastStatus);
     return;

@@ -105,7 +105,8 @@ void PrintAdapter(IAdapterInfo& adapter) {
 
 void IpConfigDisplay(IControl* control) {
   IIpConfig* config = nullptr;
-  LastStatus = control->GetIpConfigChanged(&config, &IpConfigInterfaceId);
+  LastStatus = ObtainObject(
+      &config, [&] { return control->GetIpConfigChanged(&config, &IpConfigInterfaceId); });
   if (LastStatus != kStatusOk) {
     ConsolePrint(L"    Error from IControl::GetIpConfigChanged: %08x.\n", LastStatus);
     return;
@@ -127,8 +128,9 @@ void IpConfigDisplay(IControl* control) {
   if (addresses != nullptr) {
     for (IAddressInfo* info = addresses->Next(); info != nullptr; info = addresses->Next()) {
       const IpAddress* address = nullptr;
-      // The last address decides the run's status, whatever came before it.
-      LastStatus = info->GetAddress(&address);
+      // The last address decides the run's status, whatever came before it. An address the
+      // core says it gave but did not is a failure of that address.
+      LastStatus = ObtainObject(&address, [&] { return info->GetAddress(&address); });
       if (LastStatus != kStatusOk) {
         ConsolePrint(L"    Error from pAddressInfo->GetAddress %x\n", LastStatus);
         continue;

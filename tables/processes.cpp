@@ -66,7 +66,9 @@ void PrintProcessDetails(IProcessInfo& info) {
 
 void ProcessListDisplay(IControl* control) {
   IActiveProcesses* processes = nullptr;
-  LastStatus = control->GetActiveProcesses(&processes, &ActiveProcessesInterfaceId);
+  LastStatus = ObtainObject(&processes, [&] {
+    return control->GetActiveProcesses(&processes, &ActiveProcessesInterfaceId);
+  });
   if (LastStatus != kStatusOk) {
     ConsolePrint(L"    Error from IControl::GetActiveProcesses: %08x.\n", LastStatus);
     return;
@@ -87,7 +89,9 @@ void ProcessListDisplay(IControl* control) {
   bool described = false;
   for (uint64_t i = 0; i < processes->GetProcessCount(); ++i) {
     IProcessInfo* info = nullptr;
-    LastStatus = processes->QueryProcessInfo(&info, processes->GetProcessId(i), 0);
+    const uint64_t processId = processes->GetProcessId(i);
+    LastStatus =
+        ObtainObject(&info, [&] { return processes->QueryProcessInfo(&info, processId, 0); });
     if (LastStatus != kStatusOk) {
       ConsolePrint(L"    Error from IActiveProcesses::QueryProcessInfo: %08x.\n", LastStatus);
       continue;
@@ -109,13 +113,17 @@ void ProcessInfoDisplay(IControl* control, const wchar_t* processIdText, uint32_
     return;
   }
   IActiveProcesses* processes = nullptr;
-  LastStatus = control->GetActiveProcesses(&processes, &ActiveProcessesInterfaceId);
+  LastStatus = ObtainObject(&processes, [&] {
+    return control->GetActiveProcesses(&processes, &ActiveProcessesInterfaceId);
+  });
   if (LastStatus != kStatusOk) {
     ConsolePrint(L"    Error from IControl::GetActiveProcesses: %08x.\n", LastStatus);
     return;
   }
   IProcessInfo* info = nullptr;
-  LastStatus = processes->QueryProcessInfo(&info, static_cast<uint64_t>(processId), flags);
+  LastStatus = ObtainObject(&info, [&] {
+    return processes->QueryProcessInfo(&info, static_cast<uint64_t>(processId), flags);
+  });
   if (LastStatus != kStatusOk) {
     ConsolePrint(L"    Error from IActiveProcesses::QueryProcessInfo: %08x.\n", LastStatus);
     processes->Release();

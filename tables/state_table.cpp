@@ -55,7 +55,8 @@ void PrintSection(IConnectionTable& table, uint32_t version) {
 
 void StateTableDisplay(IControl* control) {
   IConnectionTable* table = nullptr;
-  LastStatus = control->GetConnectionTable(&table, &ConnectionTableInterfaceId);
+  LastStatus = ObtainObject(
+      &table, [&] { return control->GetConnectionTable(&table, &ConnectionTableInterfaceId); });
   if (LastStatus != kStatusOk) {
     ConsolePrint(L"    Error from IControl::GetConnectionTable: %08x.\n", LastStatus);
     return;

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "cli/console.h"
+#include "cli/handlers.h"
 
 namespace {
 
@@ -729,3 +730,19 @@ TEST(ConsolePrintTest, WritesLocaleBytesToStdoutAndCountsWideCharacters) {
 }
 
 }  // namespace
+
+namespace nw {
+namespace {
+
+// A driver log line is narrow text handed to the console as "%hs": its bytes arrive untouched,
+// followed by one line break.
+TEST(DriverLogTest, PrintsTheNarrowLineAndALineBreak) {
+  ::testing::internal::CaptureStdout();
+  PrintDriverLog("Start type of %s is %d", "kvxnlfk", 3);
+  PrintDriverLog("caf\xE9 %u%%", 7u);
+  std::fflush(stdout);
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "Start type of kvxnlfk is 3\ncaf\xE9 7%\n");
+}
+
+}  // namespace
+}  // namespace nw

@@ -175,8 +175,9 @@ struct FakeAddress final : IAddressInfo {
   Recorder* rec = nullptr;
   IpAddress address{};
   Status status = 0;
+  bool handsNothing = false;  // succeeds without a record
   Status GetAddress(const IpAddress** out) override {
-    if (status == 0) *out = &address;
+    if (status == 0 && !handsNothing) *out = &address;
     return rec->Note("GetAddress", status);
   }
 };
@@ -367,6 +368,7 @@ struct FakeProcesses final : IActiveProcesses {
   Status refresh = 0;
   std::vector<Process> rows;
   CountScript counts;
+  bool nullInfo = false;  // queries succeed without an object
   FakeProcessInfo info;
 
   Status Unused0() override { return kStatusNotImplemented; }
@@ -383,7 +385,7 @@ struct FakeProcesses final : IActiveProcesses {
         "QueryProcessInfo(" + std::to_string(pid) + ", " + std::to_string(flags) + ")";
     for (const Process& p : rows) {
       if (p.pid != pid) continue;
-      if (p.query == 0) {
+      if (p.query == 0 && !nullInfo) {
         info.rec = rec, info.p = &p;
         *out = &info;
       }
@@ -398,6 +400,7 @@ struct FakeProcesses final : IActiveProcesses {
 struct FakeCore final : IControl {
   Recorder rec;
   Status getIpConfig = 0, getConnections = 0, getEndpoints = 0, getProcesses = 0;
+  bool handsNothing = false;  // every getter succeeds without an object
   FakeIpConfig ipConfig;
   FakeConnectionTable connections;
   FakeEndpointTable endpoints;
@@ -449,7 +452,7 @@ struct FakeCore final : IControl {
               const Guid& expected, Status status) {
     rec.calls.push_back(call);
     EXPECT_TRUE(*id == expected) << call;
-    if (status == 0) *out = object;
+    if (status == 0 && !handsNothing) *out = object;
     return status;
   }
 };
@@ -1177,6 +1180,63 @@ TEST(ProcessInfoTest, FailuresPrintTheirLineAndKeepTheStatus) {
   EXPECT_EQ(LastStatus, Hr(0x80070005u));
   EXPECT_EQ(failing.rec.calls,
             (Calls{"GetActiveProcesses", "QueryProcessInfo(8, 0)", "IActiveProcesses::Release"}));
+}
+
+// A core that reports success without handing out the object fails that step with E_POINTER,
+// in the step's own message, instead of crashing the tool.
+TEST(NullObjectTest, EachGetterFailsItsStep) {
+  using View = void (*)(IControl*);
+  const struct {
+    const char* name;
+    View view;
+    std::string out;
+  } cases[] = {
+      {"-IpConfig", IpConfigDisplay, "    Error from IControl::GetIpConfigChanged: 80004003.\n"},
+      {"-statetable", StateTableDisplay,
+       "    Error from IControl::GetConnectionTable: 80004003.\n"},
+      {"-eptable", EndpointTableDisplay,
+       "    Error from IControl::GetOpenedEndpointTable: 80004003.\n"},
+      {"-proclist", ProcessListDisplay, "    Error from IControl::GetActiveProcesses: 80004003.\n"},
+      {"-proc", [](IControl* c) { ProcessInfoDisplay(c, L"4", 0); },
+       "    Error from IControl::GetActiveProcesses: 80004003.\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    FakeCore core;
+    core.handsNothing = true;
+    EXPECT_EQ(Print(core, c.view), c.out);
+    EXPECT_EQ(LastStatus, Hr(0x80004003u));
+  }
+}
+
+TEST(NullObjectTest, AnAddressOrAProcessWithoutObject) {
+  FakeCore addresses;
+  FakeAddress missing, present;
+  missing.handsNothing = true;
+  present.address = V4(10, 0, 0, 1);
+  addresses.ipConfig.addresses = {present, missing};
+  EXPECT_EQ(Print(addresses, IpConfigDisplay),
+            "\n\nNetwork adapters:\n\n\nIP addresses:\n\n"
+            "        Address = 10.0.0.1\n"
+            "    Error from pAddressInfo->GetAddress 80004003\n\n\n");
+  EXPECT_EQ(LastStatus, Hr(0x80004003u));
+
+  FakeCore list;
+  list.processes.rows = {MakeProcess(4, nullptr, false, nullptr, false)};
+  list.processes.nullInfo = true;
+  EXPECT_EQ(Print(list, ProcessListDisplay),
+            "\nActive Processes:  1\n\n" + kProcessHeading +
+                "    Error from IActiveProcesses::QueryProcessInfo: 80004003.\n");
+  EXPECT_EQ(LastStatus, Hr(0x80004003u));
+  EXPECT_EQ(list.rec.Count("IProcessInfo::Release"), 0u);
+
+  FakeCore one;
+  one.processes.rows = {MakeProcess(4, nullptr, false, nullptr, false)};
+  one.processes.nullInfo = true;
+  EXPECT_EQ(Print(one, [](IControl* c) { ProcessInfoDisplay(c, L"4", 0); }),
+            "    Error from IActiveProcesses::QueryProcessInfo: 80004003.\n");
+  EXPECT_EQ(LastStatus, Hr(0x80004003u));
+  EXPECT_EQ(one.rec.calls.back(), "IActiveProcesses::Release");
 }
 
 // ---- Shared conversions ---------------------------------------------------------------------
