@@ -87,7 +87,7 @@ struct FakeAdapter final : IAdapterInfo {
   const wchar_t* suffix = L"example.test";
   std::vector<uint8_t> hardware;
   /// What the first of the two GetPhysicalAddress calls answers; the view must not use it.
-  std::vector<uint8_t> firstHardware = {0xde, 0xad};
+  std::vector<uint8_t> firstHardware = std::vector<uint8_t>(3, 0xde);
   int32_t medium = 1;
   uint32_t index4 = 7, index6 = 8;
   struct Unicast {
