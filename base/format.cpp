@@ -7,9 +7,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <vector>
 
 namespace nw {
 namespace {
@@ -91,12 +93,19 @@ void AppendWide(std::wstring& out, char32_t c) {
 }
 
 // Collects UTF-8: the text of the debugger output and of the simulator's files.
+// Wide text a code point at a time, for the sinks off the console's hot path.
+template <class Sink>
+void WideTextByCodePoint(Sink& sink, const wchar_t* p, const wchar_t* end) {
+  while (p != end && *p != 0) sink.CodePoint(NextWide(p, end));
+}
+
 struct Utf8Sink {
   std::string& out;
 
   void Ascii(std::string_view text) { out.append(text); }
   void Fill(char c, std::size_t n) { out.append(n, c); }
   void CodePoint(char32_t c) { AppendUtf8(out, c); }
+  void WideText(const wchar_t* p, const wchar_t* end) { WideTextByCodePoint(*this, p, end); }
   // Narrow text is already UTF-8 (or whatever the caller meant): its bytes go out untouched.
   void Narrow(std::string_view text) { out.append(text); }
 };
@@ -126,6 +135,33 @@ struct ConsoleSink {
     out.append(text);
     units += text.size();
   }
+  // The hot path of every listing: runs of U+0000 to U+00FF are copied a byte a unit into a
+  // local chunk and appended at once, and only other units take the code-point path.
+  void WideText(const wchar_t* p, const wchar_t* end) {
+    // Counters stay local: the byte stores below may alias anything, so a member counter
+    // would be written back on every character.
+    char chunk[256];
+    std::size_t n = 0;
+    std::size_t extraUnits = 0;  // units beyond one for each byte written
+    while (p != end && *p != 0) {
+      const auto unit = static_cast<WideUnit>(*p);
+      if (unit <= 0xFF) {
+        chunk[n++] = static_cast<char>(unit);
+        ++p;
+      } else {
+        const char32_t c = NextWide(p, end);
+        chunk[n++] = kUnrepresentable;
+        extraUnits += WideUnits(c) - 1;
+      }
+      if (n == sizeof chunk) {
+        out.append(chunk, n);
+        units += n;
+        n = 0;
+      }
+    }
+    out.append(chunk, n);
+    units += n + extraUnits;
+  }
 
   static constexpr char kUnrepresentable = '?';
 };
@@ -136,6 +172,7 @@ struct WideSink {
   void Ascii(std::string_view text) { out.append(text.begin(), text.end()); }
   void Fill(char c, std::size_t n) { out.append(n, static_cast<wchar_t>(c)); }
   void CodePoint(char32_t c) { AppendWide(out, c); }
+  void WideText(const wchar_t* p, const wchar_t* end) { WideTextByCodePoint(*this, p, end); }
   void Narrow(std::string_view text) {
     for (const char *p = text.data(), *end = p + text.size(); p != end;) {
       AppendWide(out, NextUtf8(p, end));
@@ -199,11 +236,6 @@ Length ParseLength(const CharT*& p) {
   }
   ++p;
   return Length::kSize;
-}
-
-// True when c is one of the ASCII characters in set.
-bool IsOneOf(int c, std::string_view set) {
-  return c > 0 && c < 0x80 && set.find(static_cast<char>(c)) != std::string_view::npos;
 }
 
 // "l" and "h" pick the text width explicitly; otherwise "%s" follows the format's own width.
@@ -272,6 +304,21 @@ void PutNumber(Sink& sink, const Directive& directive, std::string_view prefix, 
     zeros += width - length;
     length = width;
   }
+  // A field that fits a small buffer goes to the sink in one piece: every listing prints
+  // numbers by the million.
+  char field[64];
+  const std::size_t size = std::max(width, length);
+  if (size <= sizeof field) {
+    const std::size_t pad = size - length;
+    char* out = field;
+    if (!directive.left) out = std::fill_n(out, pad, ' ');
+    out = std::copy(prefix.begin(), prefix.end(), out);
+    out = std::fill_n(out, zeros, '0');
+    out = std::copy(body.begin(), body.end(), out);
+    if (directive.left) std::fill_n(out, pad, ' ');
+    sink.Ascii({field, size});
+    return;
+  }
   Padded(sink, directive, length, [&] {
     sink.Ascii(prefix);
     sink.Fill('0', zeros);
@@ -286,8 +333,11 @@ void PutInteger(Sink& sink, const Directive& directive, int conv, unsigned long 
   char digits[24];
   std::size_t count = 0;
   if (value != 0 || directive.precision != 0) {  // C prints no digit for a zero with precision 0
-    count = static_cast<std::size_t>(
-        std::to_chars(digits, digits + sizeof digits, value, base).ptr - digits);
+    // Decimal has a conversion of its own, much faster than the one for any base.
+    const std::to_chars_result result =
+        base == 10 ? std::to_chars(digits, digits + sizeof digits, value)
+                   : std::to_chars(digits, digits + sizeof digits, value, base);
+    count = static_cast<std::size_t>(result.ptr - digits);
     if (conv == 'X') ToUpperAscii(digits, digits + count);
   }
   const std::size_t precision =
@@ -430,7 +480,7 @@ void PutNarrowString(Sink& sink, const Directive& directive, const char* text) {
 
 template <class Sink>
 void PutWideText(Sink& sink, const wchar_t* p, const wchar_t* end) {
-  while (p != end && *p != 0) sink.CodePoint(NextWide(p, end));
+  sink.WideText(p, end);
 }
 
 // Wide text formatted into wide text is copied unit for unit, as the platform's wide formatting
@@ -465,42 +515,139 @@ void PutFormatText(Sink& sink, const wchar_t* begin, const wchar_t* end) {
   PutWideText(sink, begin, end);
 }
 
+enum class Conversion { kUnknown, kPercent, kSigned, kUnsigned, kPointer, kFloat, kString, kChar };
+
+// The conversions this system knows, by their character.
+Conversion Classify(int conv) {
+  switch (conv) {
+    case '%':
+      return Conversion::kPercent;
+    case 'd':
+    case 'i':
+      return Conversion::kSigned;
+    case 'u':
+    case 'x':
+    case 'X':
+    case 'o':
+      return Conversion::kUnsigned;
+    case 'p':
+      return Conversion::kPointer;
+    case 'f':
+    case 'F':
+    case 'e':
+    case 'E':
+    case 'g':
+    case 'G':
+    case 'a':
+    case 'A':
+      return Conversion::kFloat;
+    case 's':
+    case 'S':
+      return Conversion::kString;
+    case 'c':
+    case 'C':
+      return Conversion::kChar;
+    default:
+      return Conversion::kUnknown;
+  }
+}
+
 // Prints one conversion; false when conv is not one this system knows.
 template <class CharT, class Sink>
 bool Convert(Sink& sink, const Directive& directive, Length length, int conv, Args& args) {
-  if (conv == '%') {
-    sink.Ascii("%");
-  } else if (conv == 'd' || conv == 'i') {
-    const long long value = ReadSigned(args, length);
-    const auto magnitude = static_cast<unsigned long long>(value);
-    PutInteger(sink, directive, conv, value < 0 ? 0 - magnitude : magnitude, value < 0);
-  } else if (IsOneOf(conv, "uxXo")) {
-    PutInteger(sink, directive, conv, ReadUnsigned(args, length), false);
-  } else if (conv == 'p') {
-    PutPointer(sink, directive, va_arg(args.ap, const void*));
-  } else if (IsOneOf(conv, "fFeEgGaA")) {
-    PutFloat(sink, directive, conv, va_arg(args.ap, double));
-  } else if (conv == 's' || conv == 'S') {
-    if (TakesWideText<CharT>(conv, length)) {
-      PutWideString(sink, directive, va_arg(args.ap, const wchar_t*));
-    } else {
-      PutNarrowString(sink, directive, va_arg(args.ap, const char*));
+  switch (Classify(conv)) {
+    case Conversion::kPercent:
+      sink.Ascii("%");
+      return true;
+    case Conversion::kSigned: {
+      const long long value = ReadSigned(args, length);
+      const auto magnitude = static_cast<unsigned long long>(value);
+      PutInteger(sink, directive, conv, value < 0 ? 0 - magnitude : magnitude, value < 0);
+      return true;
     }
-  } else if (conv == 'c' || conv == 'C') {
-    const int value = va_arg(args.ap, int);
-    if (TakesWideText<CharT>(conv, length)) {
-      const wchar_t unit = static_cast<wchar_t>(value);
-      const wchar_t* q = &unit;
-      const char32_t c = NextWide(q, &unit + 1);
-      Padded(sink, directive, 1, [&] { sink.CodePoint(c); });
-    } else {
-      const char byte = static_cast<char>(value);
-      Padded(sink, directive, 1, [&] { sink.Narrow({&byte, 1}); });
+    case Conversion::kUnsigned:
+      PutInteger(sink, directive, conv, ReadUnsigned(args, length), false);
+      return true;
+    case Conversion::kPointer:
+      PutPointer(sink, directive, va_arg(args.ap, const void*));
+      return true;
+    case Conversion::kFloat:
+      PutFloat(sink, directive, conv, va_arg(args.ap, double));
+      return true;
+    case Conversion::kString:
+      if (TakesWideText<CharT>(conv, length)) {
+        PutWideString(sink, directive, va_arg(args.ap, const wchar_t*));
+      } else {
+        PutNarrowString(sink, directive, va_arg(args.ap, const char*));
+      }
+      return true;
+    case Conversion::kChar: {
+      const int value = va_arg(args.ap, int);
+      if (TakesWideText<CharT>(conv, length)) {
+        const wchar_t unit = static_cast<wchar_t>(value);
+        const wchar_t* q = &unit;
+        const char32_t c = NextWide(q, &unit + 1);
+        Padded(sink, directive, 1, [&] { sink.CodePoint(c); });
+      } else {
+        const char byte = static_cast<char>(value);
+        Padded(sink, directive, 1, [&] { sink.Narrow({&byte, 1}); });
+      }
+      return true;
     }
-  } else {
-    return false;
+    case Conversion::kUnknown:
+      break;
   }
-  return true;
+  return false;
+}
+
+// A conversion as a format writes it. A width or precision written as '*' is read from the
+// arguments each time the conversion is printed.
+struct Spec {
+  Directive directive;
+  Length length = Length::kDefault;
+  int conv = 0;
+  bool widthFromArgs = false;
+  bool precisionFromArgs = false;
+};
+
+// Parses what follows a '%' at p and leaves p on the conversion character.
+template <class CharT>
+Spec ParseSpec(const CharT*& p) {
+  Spec spec;
+  while (ApplyFlag(spec.directive, static_cast<int>(*p))) ++p;
+  if (*p == '*') {
+    ++p;
+    spec.widthFromArgs = true;
+  } else {
+    spec.directive.width = ParseNumber(p);
+  }
+  if (*p == '.') {
+    ++p;
+    if (*p == '*') {
+      ++p;
+      spec.precisionFromArgs = true;
+    } else {
+      spec.directive.precision = ParseNumber(p);
+    }
+  }
+  spec.length = ParseLength(p);
+  spec.conv = static_cast<int>(*p);
+  return spec;
+}
+
+// The directive of spec with its '*' values taken from the arguments, width first.
+Directive Resolve(const Spec& spec, Args& args) {
+  Directive directive = spec.directive;
+  if (spec.widthFromArgs) {
+    const int width = va_arg(args.ap, int);
+    directive.left |= width < 0;
+    directive.width = width == INT_MIN ? INT_MAX : width < 0 ? -width : width;
+  }
+  if (spec.precisionFromArgs) {
+    const int precision = va_arg(args.ap, int);
+    directive.precision = precision < 0 ? -1 : precision;  // a negative one counts as none
+  }
+  return directive;
 }
 
 template <class CharT, class Sink>
@@ -516,28 +663,9 @@ void Format(Sink& sink, const CharT* format, va_list ap) {
       continue;
     }
     const CharT* start = p++;
-    Directive directive;
-    while (ApplyFlag(directive, static_cast<int>(*p))) ++p;
-    if (*p == '*') {
-      ++p;
-      const int width = va_arg(args.ap, int);
-      directive.left |= width < 0;
-      directive.width = width == INT_MIN ? INT_MAX : width < 0 ? -width : width;
-    } else {
-      directive.width = ParseNumber(p);
-    }
-    if (*p == '.') {
-      ++p;
-      if (*p == '*') {
-        ++p;
-        const int precision = va_arg(args.ap, int);
-        directive.precision = precision < 0 ? -1 : precision;  // a negative one counts as none
-      } else {
-        directive.precision = ParseNumber(p);
-      }
-    }
-    const Length length = ParseLength(p);
-    if (Convert<CharT>(sink, directive, length, static_cast<int>(*p), args)) {
+    const Spec spec = ParseSpec(p);
+    const Directive directive = Resolve(spec, args);
+    if (Convert<CharT>(sink, directive, spec.length, spec.conv, args)) {
       ++p;
     } else {
       // An unknown conversion, or a format that ends inside one, is printed as written; its
@@ -548,7 +676,133 @@ void Format(Sink& sink, const CharT* format, va_list ap) {
   va_end(args.ap);
 }
 
+// A wide format parsed once for the console: pieces of an optional conversion followed by
+// literal text already turned into console bytes.
+struct CompiledPiece {
+  enum class Kind { kText, kConversion, kUnknown };
+  Kind kind = Kind::kText;
+  Spec spec;
+  std::string text;
+  std::size_t units = 0;
+};
+
+struct CompiledFormat {
+  std::wstring source;
+  std::vector<CompiledPiece> pieces;
+};
+
+void AppendConsoleText(CompiledPiece& piece, const wchar_t* begin, const wchar_t* end) {
+  ConsoleSink sink{piece.text};
+  sink.WideText(begin, end);
+  piece.units += sink.units;
+}
+
+void Compile(const wchar_t* format, CompiledFormat& compiled) {
+  compiled.source = format;
+  compiled.pieces.clear();
+  compiled.pieces.emplace_back();
+  for (const wchar_t* p = format; *p != 0;) {
+    if (*p != '%') {
+      const wchar_t* run = p;
+      while (*p != 0 && *p != '%') ++p;
+      AppendConsoleText(compiled.pieces.back(), run, p);
+      continue;
+    }
+    const wchar_t* start = p++;
+    const Spec spec = ParseSpec(p);
+    if (Classify(spec.conv) != Conversion::kUnknown) {
+      compiled.pieces.push_back({CompiledPiece::Kind::kConversion, spec, {}, 0});
+      ++p;
+    } else {
+      // Printed as written, as Format does; a '*' in it still takes its argument.
+      if (spec.widthFromArgs || spec.precisionFromArgs) {
+        compiled.pieces.push_back({CompiledPiece::Kind::kUnknown, spec, {}, 0});
+      }
+      AppendConsoleText(compiled.pieces.back(), start, p);
+    }
+  }
+}
+
+// True when format still reads as compiled.source; stops at the first difference, so it never
+// reads past the end of a shorter text.
+bool SameText(const std::wstring& source, const wchar_t* format) {
+  const wchar_t* kept = source.c_str();
+  for (;; ++kept, ++format) {
+    if (*kept != *format) return false;
+    if (*kept == 0) return true;
+  }
+}
+
 }  // namespace
+
+// Open addressing over format addresses; a format is recompiled when the text at its address
+// has changed, and the whole table is dropped on the rare run that fills it.
+struct ConsoleFormatter::Cache {
+  static constexpr std::size_t kSlots = 256;
+  struct Slot {
+    const wchar_t* key = nullptr;
+    std::unique_ptr<CompiledFormat> compiled;
+  };
+  Slot slots[kSlots];
+  std::size_t used = 0;
+
+  static std::size_t Home(const wchar_t* key) {
+    const auto bits = static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(key));
+    return static_cast<std::size_t>((bits * 0x9E3779B97F4A7C15u) >> 56);
+  }
+
+  const CompiledFormat& Find(const wchar_t* format) {
+    std::size_t i = Home(format);
+    for (; slots[i].key != nullptr; i = (i + 1) % kSlots) {
+      if (slots[i].key != format) continue;
+      CompiledFormat& compiled = *slots[i].compiled;
+      if (!SameText(compiled.source, format)) Compile(format, compiled);
+      return compiled;
+    }
+    if (used + 1 > kSlots * 3 / 4) {
+      for (Slot& slot : slots) slot = Slot{};
+      used = 0;
+      i = Home(format);
+    }
+    Slot& slot = slots[i];
+    slot.key = format;
+    slot.compiled = std::make_unique<CompiledFormat>();
+    Compile(format, *slot.compiled);
+    ++used;
+    return *slot.compiled;
+  }
+};
+
+ConsoleFormatter::ConsoleFormatter() : cache_(std::make_unique<Cache>()) {}
+ConsoleFormatter::~ConsoleFormatter() = default;
+
+std::string_view ConsoleFormatter::Format(const wchar_t* format, va_list ap, std::size_t* units) {
+  // One huge text should not pin its memory for the rest of the run.
+  constexpr std::size_t kKeptCapacity = std::size_t{1} << 20;
+  if (out_.capacity() > kKeptCapacity) std::string().swap(out_);
+  out_.clear();
+  ConsoleSink sink{out_};
+  if (format != nullptr) {
+    const CompiledFormat& compiled = cache_->Find(format);
+    Args args;
+    va_copy(args.ap, ap);
+    for (const CompiledPiece& piece : compiled.pieces) {
+      if (piece.kind != CompiledPiece::Kind::kText) {
+        const Directive directive = Resolve(piece.spec, args);
+        if (piece.kind == CompiledPiece::Kind::kConversion) {
+          Convert<wchar_t>(sink, directive, piece.spec.length, piece.spec.conv, args);
+        }
+      }
+      if (!piece.text.empty()) {
+        out_.append(piece.text);
+        sink.units += piece.units;
+      }
+    }
+    va_end(args.ap);
+  }
+  *units = sink.units;
+  return out_;
+}
 
 std::size_t AppendFormatConsole(std::string& out, const wchar_t* format, va_list args) {
   ConsoleSink sink{out};

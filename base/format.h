@@ -2,6 +2,7 @@
 
 #include <cstdarg>
 #include <cstddef>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -23,6 +24,28 @@ void AppendFormatUtf8(std::string& out, const wchar_t* format, va_list args);
 /// point (and an invalid one) a '?'; narrow arguments ("%hs") go out byte for byte. Returns how
 /// many wide characters the text has (the length that AppendFormatWide would append).
 std::size_t AppendFormatConsole(std::string& out, const wchar_t* format, va_list args);
+/// The console path for a caller that prints text after text (ConsolePrint): the bytes of
+/// AppendFormatConsole, but each format is parsed once, its literal text turned into console
+/// bytes once, and kept by its address (checked against its text, so a format built in a reused
+/// buffer is parsed again when it changes); the output buffer keeps its capacity between calls.
+/// Nothing is allocated per call once a format has been seen. One per thread.
+class ConsoleFormatter {
+ public:
+  ConsoleFormatter();
+  ~ConsoleFormatter();
+  ConsoleFormatter(const ConsoleFormatter&) = delete;
+  ConsoleFormatter& operator=(const ConsoleFormatter&) = delete;
+
+  /// The formatted text, valid until the next call; *units receives its length in wide
+  /// characters (what AppendFormatConsole returns).
+  std::string_view Format(const wchar_t* format, va_list args, std::size_t* units);
+
+ private:
+  struct Cache;
+  std::unique_ptr<Cache> cache_;
+  std::string out_;
+};
+
 /// Appends the formatted text, as wide characters, to out.
 void AppendFormatWide(std::wstring& out, const wchar_t* format, va_list args);
 /// Narrow format ("%s" is a narrow string); appends UTF-8 (narrow text is passed through).

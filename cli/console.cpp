@@ -3,29 +3,25 @@
 #include <climits>
 #include <cstdarg>
 #include <cstddef>
-#include <cstdio>
-#include <string>
+#include <string_view>
 
 #include "base/format.h"
+#include "platform/standard_output.h"
 
 namespace nw {
 
 Status LastStatus = kStatusOk;
 
 int ConsolePrint(const wchar_t* format, ...) {
-  // Listings print a line per call, so the text is built in a buffer that lives as long as the
-  // thread and keeps its capacity; only an unusually long line makes it grow.
-  thread_local std::string line;
-  line.clear();
+  // Listings print a line in a few calls per entry: the formatter keeps every format it has
+  // parsed and its buffer, so a call costs the conversions and one stdio write.
+  thread_local ConsoleFormatter formatter;
   va_list args;
   va_start(args, format);
-  const std::size_t count = AppendFormatConsole(line, format, args);
+  std::size_t count = 0;
+  const std::string_view text = formatter.Format(format, args, &count);
   va_end(args);
-  const bool written = std::fwrite(line.data(), 1, line.size(), stdout) == line.size();
-  // One huge line should not pin its memory for the rest of the run.
-  constexpr std::size_t kKeptCapacity = std::size_t{1} << 20;
-  if (line.capacity() > kKeptCapacity) std::string().swap(line);
-  if (!written) return -1;
+  if (!platform::WriteStandardOutput(text.data(), text.size())) return -1;
   return count > INT_MAX ? INT_MAX : static_cast<int>(count);
 }
 

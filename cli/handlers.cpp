@@ -37,11 +37,6 @@ void WritePolicyDocument(IPolicyManager*) { NotAvailable(L"-PolicyDisplayXml"); 
 void ShowBlacklist(CoreConnection*, int mode) {
   NotAvailable(mode == 0 ? L"-BlackListDisplay" : L"-BlackListDisplayXml");
 }
-void IpConfigDisplay(IControl*) { NotAvailable(L"-IpConfig"); }
-void StateTableDisplay(IControl*) { NotAvailable(OptionStateTable); }
-void EndpointTableDisplay(IControl*) { NotAvailable(OptionEndpointTable); }
-void ProcessListDisplay(IControl*) { NotAvailable(OptionProcessList); }
-void ProcessInfoDisplay(IControl*, const wchar_t*, uint32_t) { NotAvailable(OptionProcess); }
 void EnableNdisDriver(DriverLogFn) { DriverCommandNotAvailable(OptionEnableNdis); }
 void EnableWfpDriver(DriverLogFn) { DriverCommandNotAvailable(OptionEnableWfp); }
 void DisableUnusedNetDrivers(CoreConnection*) {

@@ -20,7 +20,8 @@ add_library(nw_platform STATIC
   platform/posix/registry_posix.cpp
   platform/posix/signature_posix.cpp
   platform/posix/process_posix.cpp
-  platform/posix/uuid_posix.cpp)
+  platform/posix/uuid_posix.cpp
+  platform/posix/standard_output_posix.cpp)
 target_include_directories(nw_platform PUBLIC ${CMAKE_SOURCE_DIR})
 target_link_libraries(nw_platform PUBLIC nw_debug_log nw_host_state OpenSSL::Crypto PkgConfig::UUID
   ${CMAKE_DL_LIBS})

@@ -370,6 +370,204 @@ class IGlobalConfigBuilder {
   ~IGlobalConfigBuilder() = default;
 };
 
+// ---- Runtime tables: IP configuration, connection state table, opened endpoints, processes ----
+// Counts and indexes are 64-bit, indexes from 0. Pointers and strings a getter returns belong
+// to the object that returned them (or the object that owns it) and stay valid until it is
+// released. Getters without a status cannot fail.
+
+class IAdapterInfoEnumerator;
+class IAddressInfoEnumerator;
+class IProcessInfo;
+
+/// The IP configuration: a snapshot, complete when IControl::GetIpConfigChanged hands it out.
+class IIpConfig {
+ public:
+  virtual Status Unused0() = 0;
+  virtual uint32_t Release() = 0;
+  virtual Status Unused2() = 0;
+  /// A new enumerator of the host's addresses, or null.
+  virtual IAddressInfoEnumerator* GetAddressInfoEnumerator() = 0;
+  /// A new enumerator of the network adapters, or null. The program always passes true; what
+  /// the flag means is the core's business.
+  virtual IAdapterInfoEnumerator* GetAdapterInfoEnumerator(bool flag) = 0;
+
+ protected:
+  ~IIpConfig() = default;
+};
+
+/// One network adapter, borrowed from its enumerator (never released by the program).
+class IAdapterInfo {
+ public:
+  virtual Status Unused0() = 0;
+  virtual Status Unused1() = 0;
+  virtual Status Unused2() = 0;
+  virtual Status Unused3() = 0;
+  virtual Status Unused4() = 0;
+  virtual Status Unused5() = 0;
+  virtual Status Unused6() = 0;
+  virtual Status Unused7() = 0;
+  virtual Status Unused8() = 0;
+  /// The hardware address; its length in bytes goes to *length.
+  virtual const uint8_t* GetPhysicalAddress(uint32_t* length) = 0;
+  /// ipv4: the IPv4 interface index; otherwise the IPv6 one.
+  virtual uint32_t GetInterfaceIndex(bool ipv4) = 0;
+  virtual const wchar_t* GetConnectionSpecificDnsSuffix() = 0;
+  /// An FW_PHYSICAL_MEDIUM value.
+  virtual int32_t GetPhysicalMedium() = 0;
+  /// The prefix length of IP address index.
+  virtual const uint8_t* GetIpAddressPrefixLength(uint64_t index) = 0;
+  virtual uint64_t GetIpAddressCount() = 0;
+  virtual uint64_t GetGatewayCount() = 0;
+  virtual const uint8_t* GetGatewayPhysicalAddress(uint64_t index) = 0;
+  /// Bytes.
+  virtual uint32_t GetGatewayPhysicalAddressLength(uint64_t index) = 0;
+  virtual const IpAddress* GetGatewayAddress(uint64_t index) = 0;
+  virtual const IpAddress* GetIpAddress(uint64_t index) = 0;
+  virtual bool IsDhcpEnabled() = 0;
+  virtual const IpAddress* GetDhcpServer() = 0;
+  virtual uint64_t GetDnsServerCount() = 0;
+  virtual const IpAddress* GetDnsServer(uint64_t index) = 0;
+  virtual bool HaveWins() = 0;
+  virtual const IpAddress* GetPrimaryWinsServer() = 0;
+  virtual const IpAddress* GetSecondaryWinsServer() = 0;
+  virtual const wchar_t* GetName() = 0;
+  virtual const wchar_t* GetDescription() = 0;
+
+ protected:
+  ~IAdapterInfo() = default;
+};
+
+class IAdapterInfoEnumerator {
+ public:
+  virtual Status Unused0() = 0;
+  virtual uint32_t Release() = 0;
+  virtual Status Unused2() = 0;
+  virtual Status Unused3() = 0;
+  /// The next adapter, borrowed from this enumerator; null after the last.
+  virtual IAdapterInfo* Next() = 0;
+
+ protected:
+  ~IAdapterInfoEnumerator() = default;
+};
+
+/// One of the host's addresses, borrowed from its enumerator.
+class IAddressInfo {
+ public:
+  /// On success *address points to a record owned by this object.
+  virtual Status GetAddress(const IpAddress** address) = 0;
+
+ protected:
+  ~IAddressInfo() = default;
+};
+
+class IAddressInfoEnumerator {
+ public:
+  virtual Status Unused0() = 0;
+  virtual uint32_t Release() = 0;
+  virtual Status Unused2() = 0;
+  virtual Status Unused3() = 0;
+  /// The next address, borrowed from this enumerator; null after the last.
+  virtual IAddressInfo* Next() = 0;
+
+ protected:
+  ~IAddressInfoEnumerator() = default;
+};
+
+/// The connection state table: a snapshot that Refresh fills.
+class IConnectionTable {
+ public:
+  virtual Status Unused0() = 0;
+  virtual uint32_t Release() = 0;
+  /// Takes a fresh snapshot; 0 on success.
+  virtual Status Refresh() = 0;
+  virtual int64_t GetBytesSentSinceBoot() = 0;
+  virtual int64_t GetBytesReceivedSinceBoot() = 0;
+  virtual uint64_t GetConnectionCount() = 0;
+  virtual const IpAddress* GetLocalAddress(uint64_t index) = 0;
+  virtual const IpAddress* GetRemoteAddress(uint64_t index) = 0;
+  /// The IP protocol number (1 ICMP, 6 TCP, 17 UDP, 58 ICMPv6).
+  virtual uint8_t GetProtocol(uint64_t index) = 0;
+  /// In network byte order; ICMP and ICMPv6 entries carry the protocol's own values instead.
+  virtual uint16_t GetLocalPort(uint64_t index) = 0;
+  virtual uint16_t GetRemotePort(uint64_t index) = 0;
+  virtual uint32_t GetProcessId(uint64_t index) = 0;
+  virtual Status Unused12() = 0;
+  virtual Status Unused13() = 0;
+  virtual Status Unused14() = 0;
+  /// An FWCS connection state.
+  virtual int32_t GetState(uint64_t index) = 0;
+  /// The two values the listing shows as left/right; their meaning is the core's.
+  virtual uint32_t GetPairRight(uint64_t index) = 0;
+  virtual uint32_t GetPairLeft(uint64_t index) = 0;
+  /// True when the connection runs from the local end to the remote end.
+  virtual bool IsOutbound(uint64_t index) = 0;
+
+ protected:
+  ~IConnectionTable() = default;
+};
+
+/// The endpoints processes hold open: a snapshot that Refresh fills.
+class IOpenedEndpointTable {
+ public:
+  virtual Status Unused0() = 0;
+  virtual uint32_t Release() = 0;
+  /// Takes a fresh snapshot; 0 on success.
+  virtual Status Refresh() = 0;
+  virtual uint64_t GetEndpointCount() = 0;
+  virtual const IpAddress* GetLocalAddress(uint64_t index) = 0;
+  virtual uint8_t GetProtocol(uint64_t index) = 0;
+  /// In network byte order.
+  virtual uint16_t GetLocalPort(uint64_t index) = 0;
+  virtual uint32_t GetProcessId(uint64_t index) = 0;
+
+ protected:
+  ~IOpenedEndpointTable() = default;
+};
+
+/// The active processes: a list of identifiers that RefreshProcessIdList fills, and the details
+/// of one process on request.
+class IActiveProcesses {
+ public:
+  virtual Status Unused0() = 0;
+  virtual uint32_t Release() = 0;
+  /// Takes a fresh list of the active processes; 0 on success.
+  virtual Status RefreshProcessIdList() = 0;
+  virtual uint64_t GetProcessCount() = 0;
+  virtual uint64_t GetProcessId(uint64_t index) = 0;
+  /// Hands out the details of process processId in *info (a new object the caller releases);
+  /// 0 on success. The program always passes 0 as flags.
+  virtual Status QueryProcessInfo(IProcessInfo** info, uint64_t processId, uint32_t flags) = 0;
+
+ protected:
+  ~IActiveProcesses() = default;
+};
+
+/// What the core knows of one process. Strings may be null. The getters' reserved argument is
+/// always 0 from the program.
+class IProcessInfo {
+ public:
+  virtual Status Unused0() = 0;
+  virtual uint32_t Release() = 0;
+  virtual uint32_t GetProcessId() = 0;
+  /// The 16-byte MD5 digest of the process image.
+  virtual const uint8_t* GetMd5() = 0;
+  virtual const wchar_t* GetPath(uint32_t reserved) = 0;
+  virtual const wchar_t* GetCommandArgs(uint32_t reserved) = 0;
+  /// The owner's security identifier in text form.
+  virtual const wchar_t* GetTextSid(uint32_t reserved) = 0;
+  /// Null when the image is unsigned.
+  virtual const wchar_t* GetSigner(uint32_t reserved) = 0;
+  virtual const wchar_t* GetPeDescription(uint32_t reserved) = 0;
+  virtual bool IsTrusted() = 0;
+  /// Whether the image has been validated: the verdicts mean something only then.
+  virtual bool IsValidated() = 0;
+  /// The image path with the letter case of the file system.
+  virtual const wchar_t* GetCaseCorrectPath(uint32_t reserved) = 0;
+
+ protected:
+  ~IProcessInfo() = default;
+};
+
 class IDriverLink;
 
 /// The driver-link connector ("DrvLinkConnectAsync", "DrvLinkConnect").

@@ -287,7 +287,10 @@ bool FormatIpAddress(wchar_t* destination, size_t capacity, const IpAddress* add
 }
 
 void PrintIpAddress(const IpAddress* address, bool leadingTabs, bool trailingNewline) {
-  wchar_t text[kIpv6TextCapacity] = {};
+  // Only the first character needs clearing: a format that fails writes nothing, and one that
+  // succeeds writes its terminator. Listings print two addresses a line.
+  wchar_t text[kIpv6TextCapacity];
+  text[0] = L'\0';
   FormatIpAddress(text, kIpv6TextCapacity, address);
   if (leadingTabs) ConsolePrint(L"\t\t");
   ConsolePrint(L"%s", text);

@@ -10,11 +10,13 @@ namespace {
 // What may follow "name:" in a fault entry.
 enum class FaultItem {
   kNone,
-  kRequestCode,  // a driver request code in decimal
-  kPolicyType,   // a policy type in decimal
-  kPolicy,       // a policy's identifier
-  kPolicyFetch,  // a policy's identifier, optionally "#<n>" for its n-th fetch only
-  kTerm,         // "<policy uid>/<rule or aggregate uid>/<match index>/<term index>"
+  kRequestCode,   // a driver request code in decimal
+  kAddressIndex,  // the place of an address in the scenario's "addresses", from 0, in decimal
+  kProcessId,     // a process identifier in decimal
+  kPolicyType,    // a policy type in decimal
+  kPolicy,        // a policy's identifier
+  kPolicyFetch,   // a policy's identifier, optionally "#<n>" for its n-th fetch only
+  kTerm,          // "<policy uid>/<rule or aggregate uid>/<match index>/<term index>"
 };
 
 struct FaultOperation {
@@ -60,6 +62,15 @@ constexpr FaultOperation kFaultOperations[] = {
     {"", "DrvLinkConnect"},
     {"IDriverLinkConnector", "ConnectToContentDriver"},
     {"IDriverLink", "SendControlRequest", FaultItem::kRequestCode},
+    {"IControl", "GetIpConfigChanged"},
+    {"IControl", "GetConnectionTable"},
+    {"IControl", "GetOpenedEndpointTable"},
+    {"IControl", "GetActiveProcesses"},
+    {"IAddressInfo", "GetAddress", FaultItem::kAddressIndex},
+    {"IConnectionTable", "Refresh"},
+    {"IOpenedEndpointTable", "Refresh"},
+    {"IActiveProcesses", "RefreshProcessIdList"},
+    {"IActiveProcesses", "QueryProcessInfo", FaultItem::kProcessId},
     {"IPolicyManager", "GetExistingPolicy", FaultItem::kPolicyFetch},
     {"IPolicyManager", "GetExistingPolicyList", FaultItem::kPolicyType},
     {"IPolicyManager", "DeletePolicy", FaultItem::kPolicy},
@@ -192,27 +203,18 @@ bool ParseConfig(JsonChecker& check, const Json& v, const std::string& path, Sce
   return true;
 }
 
-// A request code as the fault key carries it: plain decimal, no sign or leading zero, so that
-// one code has one spelling and the lookup finds it.
-bool IsRequestCode(std::string_view text) {
-  if (text.empty() || text.size() > 10 || (text.size() > 1 && text[0] == '0')) return false;
-  uint64_t value = 0;
-  for (char c : text) {
-    if (c < '0' || c > '9') return false;
-    value = value * 10 + static_cast<uint64_t>(c - '0');
-  }
-  return value <= std::numeric_limits<uint32_t>::max();
-}
-
-// A decimal number without sign or leading zero, at most max.
+// A number as a fault key carries it: plain decimal, no sign or leading zero, so that one
+// number has one spelling and the lookup finds it.
 bool IsDecimal(std::string_view text, uint64_t max) {
-  if (text.empty() || text.size() > 10 || (text.size() > 1 && text[0] == '0')) return false;
+  if (text.empty() || text.size() > 20 || (text.size() > 1 && text[0] == '0')) return false;
   uint64_t value = 0;
   for (char c : text) {
     if (c < '0' || c > '9') return false;
-    value = value * 10 + static_cast<uint64_t>(c - '0');
+    const auto digit = static_cast<uint64_t>(c - '0');
+    if (value > (max - digit) / 10) return false;
+    value = value * 10 + digit;
   }
-  return value <= max;
+  return true;
 }
 
 bool IsPolicyItem(std::string_view text) {
@@ -247,7 +249,10 @@ bool IsItem(FaultItem kind, std::string_view text) {
     case FaultItem::kNone:
       return false;
     case FaultItem::kRequestCode:
-      return IsRequestCode(text);
+      return IsDecimal(text, std::numeric_limits<uint32_t>::max());
+    case FaultItem::kAddressIndex:
+    case FaultItem::kProcessId:
+      return IsDecimal(text, std::numeric_limits<uint64_t>::max());
     case FaultItem::kPolicyType:
       return IsDecimal(text, std::numeric_limits<int32_t>::max());
     case FaultItem::kPolicy:
@@ -264,6 +269,10 @@ const char* ItemPlaceholder(FaultItem kind) {
   switch (kind) {
     case FaultItem::kRequestCode:
       return "<code>";
+    case FaultItem::kAddressIndex:
+      return "<index>";
+    case FaultItem::kProcessId:
+      return "<pid>";
     case FaultItem::kPolicyType:
       return "<policy type>";
     case FaultItem::kPolicy:
@@ -302,16 +311,15 @@ std::string KnownFaultsText() {
   std::string names;
   for (size_t i = 0; i < std::size(kFaultOperations); ++i) {
     const FaultOperation& op = kFaultOperations[i];
-    bool seen = false;  // Refresh belongs to two interfaces
+    bool seen = false;  // Refresh belongs to several interfaces
     for (size_t j = 0; j < i; ++j) seen = seen || kFaultOperations[j].name == op.name;
-    if (seen) continue;
-    if (!names.empty()) names += ", ";
-    names += op.name;
+    if (!seen) names += (names.empty() ? "" : ", ") + std::string(op.name);
   }
   names += "; any of them as <interface>::<operation>";
   // The operations that take an item, grouped by the item's form.
-  for (FaultItem kind : {FaultItem::kRequestCode, FaultItem::kPolicyType, FaultItem::kPolicy,
-                         FaultItem::kPolicyFetch, FaultItem::kTerm}) {
+  for (FaultItem kind : {FaultItem::kRequestCode, FaultItem::kAddressIndex, FaultItem::kProcessId,
+                         FaultItem::kPolicyType, FaultItem::kPolicy, FaultItem::kPolicyFetch,
+                         FaultItem::kTerm}) {
     std::string group;
     for (const FaultOperation& op : kFaultOperations) {
       if (op.item == kind) group += (group.empty() ? "" : ", ") + std::string(op.name);
@@ -349,9 +357,19 @@ struct Section {
 
 // The top-level fields of a scenario, checked in this order. A new section is one line here.
 constexpr Section kSections[] = {
-    {"service", ParseService},       {"faults", ParseFaults},          {"debug", ParseDebug},
-    {"driverLink", ParseDriverLink}, {"versions", ParseVersions},      {"hooks", ParseHooks},
-    {"config", ParseConfig},         {"policies", ParsePolicySection},
+    {"service", ParseService},
+    {"faults", ParseFaults},
+    {"debug", ParseDebug},
+    {"driverLink", ParseDriverLink},
+    {"versions", ParseVersions},
+    {"hooks", ParseHooks},
+    {"config", ParseConfig},
+    {"adapters", ParseAdapters},  // the runtime tables (scenario_tables.cpp)
+    {"addresses", ParseAddresses},
+    {"connections", ParseConnections},
+    {"endpoints", ParseEndpoints},
+    {"processes", ParseProcesses},
+    {"policies", ParsePolicySection},  // the policy store (scenario_policies.cpp)
 };
 
 bool CheckTopLevelKeys(JsonChecker& check, const Json& doc) {

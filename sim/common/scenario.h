@@ -12,6 +12,7 @@
 
 #include "sim/common/json_util.h"
 #include "sim/common/scenario_policies.h"
+#include "sim/common/scenario_tables.h"
 
 namespace nw::sim {
 
@@ -89,6 +90,8 @@ struct Scenario {
   GlobalSettings config;
   /// The core's policies.
   PolicyStore policies;
+  /// Adapters, addresses, connections, endpoints and processes (scenario_tables.h).
+  RuntimeTables tables;
 
   /// The file the scenario came from, or kBuiltInScenarioName.
   std::string source;

@@ -10,6 +10,7 @@
 #include "sim/common/sim_object.h"
 #include "sim/core/config_objects.h"
 #include "sim/core/policy_objects.h"
+#include "sim/core/table_objects.h"
 
 namespace nw::sim {
 namespace {
@@ -43,8 +44,9 @@ class Control final : public SimObject<IControl, CoreState> {
   Status Unused5() override { return Traced("Unused5", kStatusNotImplemented); }
   Status Unused6() override { return Traced("Unused6", kStatusNotImplemented); }
   Status Unused8() override { return Traced("Unused8", kStatusNotImplemented); }
-  Status GetIpConfigChanged(IIpConfig** out, const Guid*) override {
-    return NotImplemented("GetIpConfigChanged", out);
+  Status GetIpConfigChanged(IIpConfig** out, const Guid* interfaceId) override {
+    return Traced("GetIpConfigChanged",
+                  HandOut<IpConfig>("GetIpConfigChanged", IpConfigInterfaceId, out, interfaceId));
   }
   Status GetGlobalConfigBuilder(IGlobalConfigBuilder** out, const Guid* interfaceId) override {
     return Traced("GetGlobalConfigBuilder",
@@ -58,14 +60,20 @@ class Control final : public SimObject<IControl, CoreState> {
         HandOut<GlobalConfigAndStateInfo>("GetGlobalConfigAndStateInfo",
                                           GlobalConfigAndStateInfoInterfaceId, out, interfaceId));
   }
-  Status GetConnectionTable(IConnectionTable** out, const Guid*) override {
-    return NotImplemented("GetConnectionTable", out);
+  Status GetConnectionTable(IConnectionTable** out, const Guid* interfaceId) override {
+    return Traced("GetConnectionTable",
+                  HandOut<ConnectionTable>("GetConnectionTable", ConnectionTableInterfaceId, out,
+                                           interfaceId));
   }
-  Status GetOpenedEndpointTable(IOpenedEndpointTable** out, const Guid*) override {
-    return NotImplemented("GetOpenedEndpointTable", out);
+  Status GetOpenedEndpointTable(IOpenedEndpointTable** out, const Guid* interfaceId) override {
+    return Traced("GetOpenedEndpointTable",
+                  HandOut<OpenedEndpointTable>("GetOpenedEndpointTable",
+                                               OpenedEndpointTableInterfaceId, out, interfaceId));
   }
-  Status GetActiveProcesses(IActiveProcesses** out, const Guid*) override {
-    return NotImplemented("GetActiveProcesses", out);
+  Status GetActiveProcesses(IActiveProcesses** out, const Guid* interfaceId) override {
+    return Traced("GetActiveProcesses",
+                  HandOut<ActiveProcesses>("GetActiveProcesses", ActiveProcessesInterfaceId, out,
+                                           interfaceId));
   }
 
  private:

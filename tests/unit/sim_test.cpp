@@ -80,10 +80,13 @@ TEST(ScenarioTest, RejectsBadDocumentsNamingFilePathAndWhatWasExpected) {
       "SetTrackForwardedConnections, SetMaxStateTableSize, SetStateTableTcpConnRemovalTimeOut, "
       "SetConnectionThrottleBurstThreshold, SetConnectionThrottleMaxConnectionsRate, "
       "DrvLinkConnectAsync, DrvLinkConnect, ConnectToContentDriver, SendControlRequest, "
+      "GetIpConfigChanged, GetConnectionTable, GetOpenedEndpointTable, GetActiveProcesses, "
+      "GetAddress, RefreshProcessIdList, QueryProcessInfo, "
       "GetExistingPolicy, GetExistingPolicyList, DeletePolicy, SetIterationMode, "
       "EnterAggregateMatch, LeaveAggregateMatch, AdvanceIteration, " +
       kTermGetters +
       "; any of them as <interface>::<operation>; SendControlRequest as <operation>:<code>; "
+      "GetAddress as <operation>:<index>; QueryProcessInfo as <operation>:<pid>; "
       "GetExistingPolicyList as <operation>:<policy type>; DeletePolicy, SetIterationMode, "
       "EnterAggregateMatch, LeaveAggregateMatch, AdvanceIteration as <operation>:<policy uid>; "
       "GetExistingPolicy as <operation>:<policy uid>[#<fetch>]; " +
@@ -97,7 +100,7 @@ TEST(ScenarioTest, RejectsBadDocumentsNamingFilePathAndWhatWasExpected) {
       {R"({"debug": true})", "/debug: expected an object"},
       {R"({"servce": {}})",
        "/servce: expected one of the known fields (service, faults, debug, driverLink, versions, "
-       "hooks, config, policies)"},
+       "hooks, config, adapters, addresses, connections, endpoints, processes, policies)"},
       {R"({"driverLink": {"running": false}})",
        "/driverLink/running: expected one of the known fields (driverRunning)"},
       {R"({"faults": {"Regster": 5}})", "/faults/Regster: " + operation},
@@ -316,7 +319,8 @@ TEST(CoreTest, ControlGettersHandOutObjectsOrFailWithNullOut) {
       {"{}", kBlacklist, &ControlInterfaceId, Hr(0x80004002)},
       {R"({"GetHighPriorityIpListControl": "0xC0000022"})", kBlacklist,
        &HighPriorityIpListInterfaceId, Hr(0xC0000022)},
-      {"{}", kConnections, &ControlInterfaceId, Hr(0x80004001)},
+      {"{}", kConnections, &ConnectionTableInterfaceId, 0},
+      {"{}", kConnections, &ControlInterfaceId, Hr(0x80004002)},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(std::string(c.faults) + " getter " + std::to_string(c.getter));
@@ -342,6 +346,7 @@ TEST(CoreTest, ControlGettersHandOutObjectsOrFailWithNullOut) {
         break;
       case kConnections:
         status = control->GetConnectionTable(reinterpret_cast<IConnectionTable**>(&out), c.iid);
+        if (out != nullptr) static_cast<IConnectionTable*>(out)->Release();
         break;
     }
     EXPECT_EQ(status, c.expected);
@@ -488,7 +493,8 @@ TEST(DebugOutputTest, LeakReportFollowsDebugOptionsAndBadScenarioIsReportedOnce)
       {R"({"debug": {"reportLeaks": false}})", {}},
       {R"({"debug": {"trace": false, "reportLeaks": false}, "bogus": 1})",
        {L"kvxfwctl: bad scenario: <file>: /bogus: expected one of the known fields (service, "
-        L"faults, debug, driverLink, versions, hooks, config, policies)\n",
+        L"faults, debug, driverLink, versions, hooks, config, adapters, addresses, connections, "
+        L"endpoints, processes, policies)\n",
         L"kvxfwctl: leak: IRegisterPointProduct still referenced (refs 1)\n"}},
   };
   for (const auto& c : cases) {
