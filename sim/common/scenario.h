@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "sim/common/json_util.h"
+#include "sim/common/scenario_profile.h"
 
 namespace nw::sim {
 
@@ -34,6 +35,10 @@ struct DebugOptions {
 struct DriverLinkState {
   /// When false, connecting to the firewall's kernel driver fails as with the driver absent.
   bool driverRunning = true;
+  /// When false, the driver was built without its profiler and refuses the profiling requests.
+  bool profiler = true;
+  /// What the profiler holds; empty (no records, all times 0) unless the scenario says.
+  DriverProfile profile;
 };
 
 /// The core's global settings: what the configuration builder sets and the snapshot shows. The

@@ -96,7 +96,7 @@ bool ReadValue(JsonChecker& check, const Json& v, const std::string& path, Regis
 bool Parse(const Json& doc, JsonChecker& check, HostState* host) {
   if (!check.Object(doc, "",
                     {"registry", "systemDirectory", "setDefaultDllDirectories", "systemLibraries",
-                     "signatures", "trustedSha256", "faults"})) {
+                     "signatures", "trustedSha256", "faults", "clock"})) {
     return false;
   }
   if (doc.contains("registry")) {
@@ -163,6 +163,9 @@ bool Parse(const Json& doc, JsonChecker& check, HostState* host) {
       }
       host->trustedSha256.push_back(digest);
     }
+  }
+  if (doc.contains("clock") && !ParseHostClock(check, doc["clock"], "/clock", &host->clock)) {
+    return false;
   }
   if (doc.contains("faults")) {
     static const char* const kKnown[] = {

@@ -1,0 +1,59 @@
+// The emulated host's clock: the host file's scripted clock when it has one, otherwise the
+// system's monotonic clock standing in for the performance counter and the processor's own
+// cycle counter.
+
+#include <time.h>
+
+#include "platform/clock.h"
+#include "sim/host/host_state.h"
+
+#if defined(__x86_64__) || defined(__i386__)
+#include <x86intrin.h>
+#endif
+
+namespace nw::platform {
+namespace {
+
+constexpr uint64_t kNanosecondsPerSecond = 1000000000;
+
+uint64_t MonotonicNanoseconds() {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<uint64_t>(now.tv_sec) * kNanosecondsPerSecond +
+         static_cast<uint64_t>(now.tv_nsec);
+}
+
+class PosixClock final : public Clock {
+ public:
+  uint64_t QueryPerformanceFrequency() override {
+    const auto& scripted = sim::Host().clock;
+    return scripted ? scripted->frequency : kNanosecondsPerSecond;
+  }
+
+  uint64_t QueryPerformanceCounter() override {
+    auto& scripted = sim::Host().clock;
+    return scripted ? scripted->ReadCounter() : MonotonicNanoseconds();
+  }
+
+  uint64_t ReadTimeStampCounter() override {
+    auto& scripted = sim::Host().clock;
+    if (scripted) return scripted->ReadCycles();
+#if defined(__x86_64__) || defined(__i386__)
+    return __rdtsc();
+#else
+    // Without a time-stamp counter the report measures nanoseconds as its "cycles": any
+    // steadily counting source serves the calibration.
+    return MonotonicNanoseconds();
+#endif
+  }
+};
+
+}  // namespace
+
+template <>
+Clock& Facility<Clock>::Host() {
+  static PosixClock clock;
+  return clock;
+}
+
+}  // namespace nw::platform
