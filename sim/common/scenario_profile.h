@@ -15,8 +15,8 @@ namespace nw::sim {
 
 /// One instrumented code location.
 struct ProfileCounter {
-  std::string file;      ///< up to 64 bytes; 64 fill the field and leave no terminator
-  std::string function;  ///< the same
+  std::string file = {};      ///< up to 64 bytes; 64 fill the field and leave no terminator
+  std::string function = {};  ///< the same
   uint32_t line = 0;
   uint64_t hitCount = 0;
   uint64_t totalCycles = 0;
@@ -26,21 +26,21 @@ struct ProfileCounter {
 
 /// The profile data the driver holds, and how it answers the read request.
 struct DriverProfile {
-  std::vector<ProfileCounter> counters;
+  std::vector<ProfileCounter> counters = {};
   /// The header's record count; absent: the number of counters.
-  std::optional<uint32_t> counterCount;
+  std::optional<uint32_t> counterCount = {};
   /// The header's count of counters the profiler holds in all; absent: the number of counters.
-  std::optional<uint32_t> counterTotal;
+  std::optional<uint32_t> counterTotal = {};
   uint64_t startTime = 0;
   uint64_t endTime = 0;
   uint64_t profilePrice = 0;
   /// The size of the profile data: the header and records cut off, or padded with zero bytes,
   /// to this many bytes. Absent: exactly the header and the records.
-  std::optional<uint64_t> dataSize;
+  std::optional<uint64_t> dataSize = {};
   /// The size the reply announces; absent: the size of the data.
-  std::optional<uint64_t> announcedSize;
+  std::optional<uint64_t> announcedSize = {};
   /// The driver never returns more than this many bytes of the reply.
-  std::optional<uint32_t> replyLimit;
+  std::optional<uint32_t> replyLimit = {};
 };
 
 /// The most profile data a scenario may describe: the simulator builds it in memory per request.

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "cli/console.h"
 #include "base/format.h"
+#include "cli/console.h"
 #include "cli/handlers.h"
 #include "config/config_parsers.h"
 #include "core/interfaces.h"
