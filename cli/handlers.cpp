@@ -6,8 +6,8 @@
 #include <cstdarg>
 #include <string>
 
-#include "cli/console.h"
 #include "base/format.h"
+#include "cli/console.h"
 
 namespace nw {
 namespace {
@@ -15,6 +15,11 @@ namespace {
 void NotAvailable(const wchar_t* option) {
   ConsolePrint(L"    %s is not available in this build.\n", option);
   LastStatus = kStatusNotImplemented;
+}
+
+// The driver commands tell their outcome in words only and never touch the run's status.
+void DriverCommandNotAvailable(const wchar_t* option) {
+  ConsolePrint(L"    %s is not available in this build.\n", option);
 }
 
 }  // namespace
@@ -39,8 +44,10 @@ void StateTableDisplay(IControl*) { NotAvailable(OptionStateTable); }
 void EndpointTableDisplay(IControl*) { NotAvailable(OptionEndpointTable); }
 void ProcessListDisplay(IControl*) { NotAvailable(OptionProcessList); }
 void ProcessInfoDisplay(IControl*, const wchar_t*, uint32_t) { NotAvailable(OptionProcess); }
-void EnableNdisDriver(DriverLogFn) { NotAvailable(OptionEnableNdis); }
-void EnableWfpDriver(DriverLogFn) { NotAvailable(OptionEnableWfp); }
-void DisableUnusedNetDrivers(CoreConnection*) { NotAvailable(OptionDisableUnusedNetDrivers); }
+void EnableNdisDriver(DriverLogFn) { DriverCommandNotAvailable(OptionEnableNdis); }
+void EnableWfpDriver(DriverLogFn) { DriverCommandNotAvailable(OptionEnableWfp); }
+void DisableUnusedNetDrivers(CoreConnection*) {
+  DriverCommandNotAvailable(OptionDisableUnusedNetDrivers);
+}
 
 }  // namespace nw
