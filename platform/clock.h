@@ -17,8 +17,9 @@ class Clock {
   virtual uint64_t QueryPerformanceFrequency() = 0;
   /// QueryPerformanceCounter: the current count; it never goes backwards.
   virtual uint64_t QueryPerformanceCounter() = 0;
-  /// The processor's time-stamp counter (cycles since an arbitrary start).
-  virtual uint64_t ReadTimeStampCounter() = 0;
+  /// The processor's time-stamp counter (cycles since an arbitrary start). Not named after the
+  /// Windows headers' ReadTimeStampCounter, which is a macro for the intrinsic.
+  virtual uint64_t ReadCycleCounter() = 0;
 };
 
 template <>

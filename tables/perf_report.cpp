@@ -139,10 +139,10 @@ PerfCalibration CalibrateProcessorClock() {
   PerfCalibration calibration;
   calibration.frequency = clock.QueryPerformanceFrequency();
   const uint64_t start = clock.QueryPerformanceCounter();
-  const uint64_t startCycles = clock.ReadTimeStampCounter();
+  const uint64_t startCycles = clock.ReadCycleCounter();
   while (clock.QueryPerformanceCounter() - start < calibration.frequency) {
   }
-  calibration.cyclesPerSecond = clock.ReadTimeStampCounter() - startCycles;
+  calibration.cyclesPerSecond = clock.ReadCycleCounter() - startCycles;
   return calibration;
 }
 

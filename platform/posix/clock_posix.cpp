@@ -38,7 +38,7 @@ class PosixClock final : public Clock {
     return scripted ? scripted->ReadCounter() : MonotonicNanoseconds() / kNanosecondsPerCount;
   }
 
-  uint64_t ReadTimeStampCounter() override {
+  uint64_t ReadCycleCounter() override {
     auto& scripted = sim::Host().clock;
     if (scripted) return scripted->ReadCycles();
 #if defined(__x86_64__) || defined(__i386__)

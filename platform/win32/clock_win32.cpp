@@ -23,7 +23,7 @@ class Win32Clock final : public Clock {
     return static_cast<uint64_t>(counter.QuadPart);
   }
 
-  uint64_t ReadTimeStampCounter() override { return __rdtsc(); }
+  uint64_t ReadCycleCounter() override { return __rdtsc(); }
 };
 
 }  // namespace

@@ -41,7 +41,7 @@ class ScriptedClock final : public platform::Clock {
   explicit ScriptedClock(HostClock* state) : state_(state) {}
   uint64_t QueryPerformanceFrequency() override { return state_->frequency; }
   uint64_t QueryPerformanceCounter() override { return state_->ReadCounter(); }
-  uint64_t ReadTimeStampCounter() override { return state_->ReadCycles(); }
+  uint64_t ReadCycleCounter() override { return state_->ReadCycles(); }
 
  private:
   HostClock* state_;

@@ -136,7 +136,7 @@ void CheckClock() {
   Expect(clock.QueryPerformanceFrequency() == frequency,
          "QueryPerformanceFrequency changed between two calls");
   const uint64_t counter = clock.QueryPerformanceCounter();
-  const uint64_t cycles = clock.ReadTimeStampCounter();
+  const uint64_t cycles = clock.ReadCycleCounter();
   // A twentieth of a second of the counter, waited for the way the report waits.
   uint64_t now = counter;
   uint64_t readings = 0;
@@ -146,7 +146,7 @@ void CheckClock() {
     now = next;
     ++readings;
   }
-  const uint64_t elapsedCycles = clock.ReadTimeStampCounter() - cycles;
+  const uint64_t elapsedCycles = clock.ReadCycleCounter() - cycles;
   Expect(readings > 0, "QueryPerformanceCounter did not move");
   Expect(elapsedCycles > 0, "the time-stamp counter did not move");
 }

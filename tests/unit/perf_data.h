@@ -35,7 +35,7 @@ class FakeClock final : public platform::Clock {
     state.counter += state.counterStep;
     return reading;
   }
-  uint64_t ReadTimeStampCounter() override {
+  uint64_t ReadCycleCounter() override {
     ++cycleReads;
     const uint64_t reading = state.cycles;
     state.cycles += state.cycleStep;

@@ -53,8 +53,8 @@ TEST(HostClock, ScriptedReadingsMoveOnByTheirSteps) {
   EXPECT_EQ(clock.QueryPerformanceFrequency(), 1000u);
   EXPECT_EQ(clock.QueryPerformanceCounter(), 5u);
   EXPECT_EQ(clock.QueryPerformanceCounter(), 255u);
-  EXPECT_EQ(clock.ReadTimeStampCounter(), UINT64_MAX);
-  EXPECT_EQ(clock.ReadTimeStampCounter(), 1u);  // wraps as the processor's counter would
+  EXPECT_EQ(clock.ReadCycleCounter(), UINT64_MAX);
+  EXPECT_EQ(clock.ReadCycleCounter(), 1u);  // wraps as the processor's counter would
   EXPECT_EQ(clock.QueryPerformanceFrequency(), 1000u);
   EXPECT_EQ(clock.QueryPerformanceCounter(), 505u);
 }
@@ -66,8 +66,8 @@ TEST(HostClock, DefaultsAreATenMegahertzCounterAndAThreeGigahertzProcessor) {
   EXPECT_EQ(clock.QueryPerformanceFrequency(), 10000000u);
   EXPECT_EQ(clock.QueryPerformanceCounter(), 0u);
   EXPECT_EQ(clock.QueryPerformanceCounter(), 1000000u);
-  EXPECT_EQ(clock.ReadTimeStampCounter(), 0u);
-  EXPECT_EQ(clock.ReadTimeStampCounter(), 3000000000u);
+  EXPECT_EQ(clock.ReadCycleCounter(), 0u);
+  EXPECT_EQ(clock.ReadCycleCounter(), 3000000000u);
 }
 
 TEST(HostClock, BadClocksAreRefused) {
@@ -102,10 +102,10 @@ TEST(HostClock, WithoutAScriptTheSystemClocksCountForward) {
   platform::Clock& clock = platform::TheClock();
   EXPECT_EQ(clock.QueryPerformanceFrequency(), 10000000u);
   const uint64_t counter = clock.QueryPerformanceCounter();
-  const uint64_t cycles = clock.ReadTimeStampCounter();
+  const uint64_t cycles = clock.ReadCycleCounter();
   ::usleep(2000);
   EXPECT_GE(clock.QueryPerformanceCounter() - counter, 20000u);
-  EXPECT_GT(clock.ReadTimeStampCounter(), cycles);
+  EXPECT_GT(clock.ReadCycleCounter(), cycles);
 }
 
 }  // namespace
