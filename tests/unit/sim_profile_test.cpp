@@ -89,6 +89,42 @@ TEST(ProfileScenario, RejectsBadFieldsNamingThePath) {
   }
 }
 
+TEST(ProfileScenario, AcceptsFieldsAtTheirLimits) {
+  std::string counters;
+  for (int i = 0; i < 99864; ++i) counters += i == 0 ? "{}" : ",{}";
+  const std::string name(64, 'n');
+  const std::string text = R"({"driverLink": {"profiler": false, "profile": {"dataSize": 16777216,
+      "counterCount": 4294967295, "announcedSize": 18446744073709551615, "replyLimit": 0,
+      "counters": [)" + counters +
+                           R"(, {"file": ")" + name + R"(", "function": ")" + name +
+                           R"(", "line": 4294967295, "hitCount": 18446744073709551615}]}}})";
+  Scenario scenario;
+  std::string error;
+  // One counter too many: the last one makes 99865.
+  EXPECT_FALSE(ParseScenario(Json::parse(text), "s.json", &scenario, &error));
+  EXPECT_EQ(error,
+            "s.json: /driverLink/profile/counters: expected an array of at most 99864 counter "
+            "objects");
+  const std::string fitting =
+      R"({"driverLink": {"profiler": false, "profile": {"dataSize": 16777216,
+      "counterCount": 4294967295, "announcedSize": 18446744073709551615, "replyLimit": 0,
+      "counters": [)" +
+      counters.substr(3) + R"(, {"file": ")" + name + R"(", "function": ")" + name +
+      R"(", "line": 4294967295, "hitCount": 18446744073709551615}]}}})";
+  ASSERT_TRUE(ParseScenario(Json::parse(fitting), "s.json", &scenario, &error)) << error;
+  const DriverLinkState& driver = scenario.driverLink;
+  EXPECT_FALSE(driver.profiler);
+  ASSERT_EQ(driver.profile.counters.size(), 99864u);
+  EXPECT_EQ(driver.profile.counters.back().file, name);
+  EXPECT_EQ(driver.profile.counters.back().function, name);
+  EXPECT_EQ(driver.profile.counters.back().line, 4294967295u);
+  EXPECT_EQ(driver.profile.counters.back().hitCount, UINT64_MAX);
+  EXPECT_EQ(driver.profile.counterCount, 4294967295u);
+  EXPECT_EQ(driver.profile.dataSize, 16777216u);
+  EXPECT_EQ(driver.profile.announcedSize, UINT64_MAX);
+  EXPECT_EQ(driver.profile.replyLimit, 0u);
+}
+
 uint64_t Le(const std::vector<uint8_t>& bytes, size_t at, size_t count) {
   uint64_t value = 0;
   for (size_t i = 0; i < count; ++i) value |= uint64_t{bytes.at(at + i)} << (8 * i);
@@ -167,6 +203,7 @@ TEST(DriverLinkProfiler, AnswersStartStopAndReadAsTheScenarioSays) {
       {"{}", 63, 0, 0, 0, 0},
       {"{}", 64, 0, 0, 0, 0},
       {"{}", 65, 4096, 0, 72, 40},
+      {"{}", 65, 32, 0, 32, 40},
       {"{}", 65, 31, 122, 0, 0},
       {"{}", 65, 0, 122, 0, 0},
       {R"({"driverLink": {"profiler": false}})", 63, 0, 1, 0, 0},

@@ -70,6 +70,17 @@ TEST(HostClock, DefaultsAreATenMegahertzCounterAndAThreeGigahertzProcessor) {
   EXPECT_EQ(clock.ReadCycleCounter(), 3000000000u);
 }
 
+TEST(HostClock, TheSmallestStepsAreAccepted) {
+  ClockHost host(R"({"clock": {"frequency": 1, "counterStep": 1, "cycleStep": 1}})");
+  ASSERT_TRUE(host.ok()) << host.error();
+  platform::Clock& clock = platform::TheClock();
+  EXPECT_EQ(clock.QueryPerformanceFrequency(), 1u);
+  EXPECT_EQ(clock.QueryPerformanceCounter(), 0u);
+  EXPECT_EQ(clock.QueryPerformanceCounter(), 1u);
+  EXPECT_EQ(clock.ReadCycleCounter(), 0u);
+  EXPECT_EQ(clock.ReadCycleCounter(), 1u);
+}
+
 TEST(HostClock, BadClocksAreRefused) {
   const std::string any = "an integer from 0 to 18446744073709551615";
   const std::string positive = "an integer from 1 to 18446744073709551615";
@@ -104,7 +115,10 @@ TEST(HostClock, WithoutAScriptTheSystemClocksCountForward) {
   const uint64_t counter = clock.QueryPerformanceCounter();
   const uint64_t cycles = clock.ReadCycleCounter();
   ::usleep(2000);
-  EXPECT_GE(clock.QueryPerformanceCounter() - counter, 20000u);
+  // At 10 MHz, two milliseconds are at least 20,000 counts; ten seconds would be 100,000,000.
+  const uint64_t elapsed = clock.QueryPerformanceCounter() - counter;
+  EXPECT_GE(elapsed, 20000u);
+  EXPECT_LT(elapsed, 100000000u);
   EXPECT_GT(clock.ReadCycleCounter(), cycles);
 }
 
