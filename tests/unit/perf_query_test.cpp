@@ -149,6 +149,8 @@ struct LinkWorld {
   std::string askedInterface;
   std::wstring driverName;
   std::vector<uint32_t> codes;
+  std::vector<uint32_t> outputSizes;
+  bool requestHadInput = false;
   bool requestHadBuffers = false;
   std::vector<std::string> releases;
 };
@@ -165,6 +167,8 @@ class FakeLink final : public IDriverLink {
   Status SendControlRequest(uint32_t code, const void* input, uint32_t inputSize, void* output,
                             uint32_t outputSize, uint32_t* bytesReturned) override {
     world->codes.push_back(code);
+    world->outputSizes.push_back(outputSize);
+    world->requestHadInput = world->requestHadInput || input != nullptr || inputSize != 0;
     world->requestHadBuffers = world->requestHadBuffers || input != nullptr || inputSize != 0 ||
                                output != nullptr || outputSize != 0 || bytesReturned != nullptr;
     if (world->request != 0) return world->request;
@@ -293,6 +297,10 @@ TEST_P(PerfHandlers, PrintNarrowTextReleaseWhatTheyHeldAndLeaveTheStatusAlone) {
   }
   if (c.call == Call::kStart || c.call == Call::kStop) {
     EXPECT_FALSE(w.requestHadBuffers);
+  } else if (!w.outputSizes.empty()) {
+    // The profile is read, with no input, into 65536 bytes first.
+    EXPECT_EQ(w.outputSizes[0], 65536u);
+    EXPECT_FALSE(w.requestHadInput);
   }
   world = nullptr;
 }
