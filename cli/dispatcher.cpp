@@ -209,7 +209,9 @@ void PrintUsage() {
   ConsolePrint(L"\n");
 }
 
-int32_t RunNetwarden(int argc, const wchar_t* const* argv) {
+namespace {
+
+int32_t Run(int argc, const wchar_t* const* argv, GatedHandlerFn gatedHandler) {
   platform::Process& process = platform::TheProcess();
   platform::ModuleHandle* preloaded = HardenLibrarySearch();
   process.IgnoreInvalidParameters();
@@ -221,7 +223,8 @@ int32_t RunNetwarden(int argc, const wchar_t* const* argv) {
         socketsError);
   }
   const CommandCode code = ParseCommandLine(argc, argv);
-  if (code >= kFirstRefusedCode) {
+  const bool gated = code >= kFirstRefusedCode;
+  if (gated && (gatedHandler == nullptr || code >= kUsageCode)) {
     PrintUsage();
     LastStatus = kStatusUsage;
   } else {
@@ -232,7 +235,13 @@ int32_t RunNetwarden(int argc, const wchar_t* const* argv) {
       LastStatus = kStatusCoreUnavailable;
     } else {
       LastStatus = ConnectToCore(connection);
-      if (LastStatus == kStatusOk) RunHandler(code, connection, argv);
+      if (LastStatus == kStatusOk) {
+        if (gated) {
+          gatedHandler(code, connection, argc, argv);
+        } else {
+          RunHandler(code, connection, argv);
+        }
+      }
       ReleaseCoreConnection(connection);
       delete connection;
     }
@@ -242,6 +251,14 @@ int32_t RunNetwarden(int argc, const wchar_t* const* argv) {
   if (LastStatus != kStatusOk) ConsolePrint(L"\nReturning error: 0x%X\n", LastStatus);
   ReleasePreloadedLibraries(preloaded);
   return LastStatus;
+}
+
+}  // namespace
+
+int32_t RunNetwarden(int argc, const wchar_t* const* argv) { return Run(argc, argv, nullptr); }
+
+int32_t RunWithGateOpen(int argc, const wchar_t* const* argv, GatedHandlerFn gatedHandler) {
+  return Run(argc, argv, gatedHandler);
 }
 
 }  // namespace nw

@@ -36,5 +36,10 @@ void ConfigReset(CoreConnection& connection);
 void EnableNdisDriver(DriverLogFn log);
 void EnableWfpDriver(DriverLogFn log);
 void DisableUnusedNetDrivers(CoreConnection* connection);
+/// Codes 37 and 38 (refused by the dispatcher): starts or stops the kernel driver's profiler.
+void PerfProfilingControl(bool start);
+/// Codes 39 and 40 (refused by the dispatcher): prints the profiler's counters as text, or as
+/// comma-separated values when csv is set.
+void GetPerfData(bool csv);
 
 }  // namespace nw

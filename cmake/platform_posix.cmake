@@ -10,7 +10,8 @@ target_link_libraries(nw_debug_log PUBLIC nw_base)
 
 add_library(nw_host_state STATIC sim/host/host_state.cpp sim/common/json_util.cpp
   sim/common/atomic_file_posix.cpp
-  sim/common/read_file_posix.cpp)
+  sim/common/read_file_posix.cpp
+  sim/host/host_clock.cpp)
 target_include_directories(nw_host_state PUBLIC ${CMAKE_SOURCE_DIR})
 target_link_libraries(nw_host_state PUBLIC nlohmann_json::nlohmann_json nw_base)
 
@@ -21,7 +22,8 @@ add_library(nw_platform STATIC
   platform/posix/signature_posix.cpp
   platform/posix/process_posix.cpp
   platform/posix/uuid_posix.cpp
-  platform/posix/standard_output_posix.cpp)
+  platform/posix/standard_output_posix.cpp
+  platform/posix/clock_posix.cpp)
 target_include_directories(nw_platform PUBLIC ${CMAKE_SOURCE_DIR})
 target_link_libraries(nw_platform PUBLIC nw_debug_log nw_host_state OpenSSL::Crypto PkgConfig::UUID
   ${CMAKE_DL_LIBS})

@@ -600,6 +600,12 @@ class IDriverLink {
 /// Request code 68: re-evaluate which network drivers the current policies require.
 inline constexpr uint32_t FW_IOCTL_EVALUATE_NET_DRIVER_REQUIREMENTS = 68;
 
+// The kernel driver's built-in profiler: start, stop (no input, no output), and read its
+// counters (a reply buffer: a 32-byte header announcing the data's size, then the data).
+inline constexpr uint32_t kDriverRequestStartProfiling = 63;
+inline constexpr uint32_t kDriverRequestStopProfiling = 64;
+inline constexpr uint32_t kDriverRequestReadProfile = 65;
+
 /// The library-side exports every product library provides.
 using NotComDllGetInterfaceFn = Status (*)(const char* interfaceName, void** out);
 using NotComDllUnloadFn = Status (*)();

@@ -141,8 +141,12 @@ bool ParseDebug(JsonChecker& check, const Json& v, const std::string& path, Scen
 }
 
 bool ParseDriverLink(JsonChecker& check, const Json& v, const std::string& path, Scenario* s) {
-  return check.Object(v, path, {"driverRunning"}) &&
-         OptionalBool(check, v, path, "driverRunning", &s->driverLink.driverRunning);
+  return check.Object(v, path, {"driverRunning", "profiler", "profile"}) &&
+         OptionalBool(check, v, path, "driverRunning", &s->driverLink.driverRunning) &&
+         OptionalBool(check, v, path, "profiler", &s->driverLink.profiler) &&
+         (!v.contains("profile") ||
+          ParseDriverProfile(check, v["profile"], JsonPath(path, "profile"),
+                             &s->driverLink.profile));
 }
 
 bool ParseVersion(JsonChecker& check, const Json& object, const std::string& path, const char* key,

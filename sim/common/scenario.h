@@ -13,6 +13,7 @@
 #include "sim/common/json_util.h"
 #include "sim/common/scenario_policies.h"
 #include "sim/common/scenario_tables.h"
+#include "sim/common/scenario_profile.h"
 
 namespace nw::sim {
 
@@ -36,6 +37,10 @@ struct DebugOptions {
 struct DriverLinkState {
   /// When false, connecting to the firewall's kernel driver fails as with the driver absent.
   bool driverRunning = true;
+  /// When false, the driver was built without its profiler and refuses the profiling requests.
+  bool profiler = true;
+  /// What the profiler holds; empty (no records, all times 0) unless the scenario says.
+  DriverProfile profile;
 };
 
 /// The core's global settings: what the configuration builder sets and the snapshot shows. The

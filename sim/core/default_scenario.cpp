@@ -14,7 +14,43 @@ constexpr std::string_view kDefaultScenario = R"json({
     "reportLeaks": true
   },
   "driverLink": {
-    "driverRunning": true
+    "driverRunning": true,
+    "profiler": true,
+    "profile": {
+      "counterTotal": 48,
+      "startTime": 81234567890,
+      "endTime": 81534567890,
+      "profilePrice": 38,
+      "counters": [
+        {
+          "file": "fwk\\filter\\packet.c",
+          "function": "FwClassifyPacket",
+          "line": 412,
+          "hitCount": 1843211,
+          "totalCycles": 2764816500,
+          "minCycles": 610,
+          "maxCycles": 98211
+        },
+        {
+          "file": "fwk\\state\\conntable.c",
+          "function": "ConnTableLookup",
+          "line": 97,
+          "hitCount": 1520044,
+          "totalCycles": 638418480,
+          "minCycles": 212,
+          "maxCycles": 40117
+        },
+        {
+          "file": "fwk\\stream\\reassembly.c",
+          "function": "StreamReassemble",
+          "line": 1288,
+          "hitCount": 20417,
+          "totalCycles": 408340000,
+          "minCycles": 4100,
+          "maxCycles": 1210554
+        }
+      ]
+    }
   },
   "versions": {
     "service": "4.12.305.0",

@@ -5,6 +5,7 @@
 
 #include "core/interfaces.h"
 #include "sim/common/sim_object.h"
+#include "sim/drvlink/profile_reply.h"
 
 namespace nw::sim {
 namespace {
@@ -27,15 +28,22 @@ class DriverLink final : public SimObject<IDriverLink> {
 
   Status Unused2() override { return Traced("Unused2", kStatusNotImplemented); }
 
-  Status SendControlRequest(uint32_t code, const void*, uint32_t, void*, uint32_t,
+  Status SendControlRequest(uint32_t code, const void*, uint32_t, void* output, uint32_t outputSize,
                             uint32_t* bytesReturned) override {
     const std::string codeText = std::to_string(code);
-    return Traced("SendControlRequest(" + codeText + ")", Send(code, codeText, bytesReturned));
+    return Traced("SendControlRequest(" + codeText + ")",
+                  Send(code, codeText, output, outputSize, bytesReturned));
   }
 
  private:
-  Status Send(uint32_t code, const std::string& codeText, uint32_t* bytesReturned) {
+  Status Send(uint32_t code, const std::string& codeText, void* output, uint32_t outputSize,
+              uint32_t* bytesReturned) {
     if (auto fault = Fault("SendControlRequest", codeText)) return *fault;
+    if (code >= kDriverRequestStartProfiling && code <= kDriverRequestReadProfile) {
+      const Scenario* scenario = state().GetScenario();
+      if (scenario == nullptr) return kStatusBadScenario;
+      return AnswerProfilingRequest(scenario->driverLink, code, output, outputSize, bytesReturned);
+    }
     if (code != FW_IOCTL_EVALUATE_NET_DRIVER_REQUIREMENTS) return kErrorInvalidFunction;
     // Re-evaluating the drivers' requirements returns no data.
     if (bytesReturned != nullptr) *bytesReturned = 0;

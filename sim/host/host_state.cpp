@@ -116,7 +116,7 @@ bool ParseDrives(JsonChecker& check, const Json& drives, HostState* host) {
 bool Parse(const Json& doc, JsonChecker& check, HostState* host) {
   if (!check.Object(doc, "",
                     {"registry", "systemDirectory", "setDefaultDllDirectories", "systemLibraries",
-                     "signatures", "trustedSha256", "faults", "drives"})) {
+                     "signatures", "trustedSha256", "faults", "drives", "clock"})) {
     return false;
   }
   if (doc.contains("registry")) {
@@ -183,6 +183,9 @@ bool Parse(const Json& doc, JsonChecker& check, HostState* host) {
       }
       host->trustedSha256.push_back(digest);
     }
+  }
+  if (doc.contains("clock") && !ParseHostClock(check, doc["clock"], "/clock", &host->clock)) {
+    return false;
   }
   if (doc.contains("faults")) {
     static const char* const kKnown[] = {

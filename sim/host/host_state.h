@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "sim/common/json_util.h"
+#include "sim/host/host_clock.h"
 
 namespace nw::sim {
 
@@ -41,6 +42,8 @@ struct HostState {
   std::vector<std::string> trustedSha256;
   /// Fault injection by facility call name ("RegOpenKeyEx", "WSAStartup", ...).
   std::map<std::string, int32_t> faults;
+  /// A scripted clock in place of the host's own, when the file has one.
+  std::optional<HostClock> clock;
 
   std::string file;  // empty: no host file
   Json document;     // the file as read, so that writes keep what they do not change

@@ -1,6 +1,6 @@
-// One table of expectations for the address and UUID facilities, run against whichever backend
-// this program is built with: the emulation on Linux, the real Win32 calls under Wine (or on
-// Windows). Where the two disagree, the emulation is wrong. A plain program rather than a
+// One table of expectations for the address, UUID and clock facilities, run against whichever
+// backend this program is built with: the emulation on Linux, the real Win32 calls under Wine (or
+// on Windows). Where the two disagree, the emulation is wrong. A plain program rather than a
 // GoogleTest one, because the Windows build has no test framework; it prints each failed
 // expectation and exits with 1 when there was any.
 
@@ -10,6 +10,7 @@
 #include <string>
 
 #include "base/format.h"
+#include "platform/clock.h"
 #include "platform/process.h"
 #include "platform/uuid.h"
 
@@ -125,6 +126,31 @@ void CheckUuids() {
          "UuidCreate: not a random (version 4) identifier: " + GuidText(first));
 }
 
+// The clock's contract as the profiling report relies on it: a frequency of at least 1, and two
+// counters that move forward while time passes. Exact values differ by host; the relation of
+// the performance counter to real time is checked within a loose bound.
+void CheckClock() {
+  platform::Clock& clock = platform::TheClock();
+  const uint64_t frequency = clock.QueryPerformanceFrequency();
+  Expect(frequency > 0, "QueryPerformanceFrequency: 0");
+  Expect(clock.QueryPerformanceFrequency() == frequency,
+         "QueryPerformanceFrequency changed between two calls");
+  const uint64_t counter = clock.QueryPerformanceCounter();
+  const uint64_t cycles = clock.ReadCycleCounter();
+  // A twentieth of a second of the counter, waited for the way the report waits.
+  uint64_t now = counter;
+  uint64_t readings = 0;
+  while (now - counter < frequency / 20) {
+    const uint64_t next = clock.QueryPerformanceCounter();
+    Expect(next >= now, "QueryPerformanceCounter went backwards");
+    now = next;
+    ++readings;
+  }
+  const uint64_t elapsedCycles = clock.ReadCycleCounter() - cycles;
+  Expect(readings > 0, "QueryPerformanceCounter did not move");
+  Expect(elapsedCycles > 0, "the time-stamp counter did not move");
+}
+
 }  // namespace
 
 int main() {
@@ -134,6 +160,7 @@ int main() {
   }
   CheckAddresses();
   CheckUuids();
+  CheckClock();
   platform::TheProcess().WsaCleanup();
   std::printf("%s: %d failed\n", failures == 0 ? "passed" : "FAILED", failures);
   return failures == 0 ? 0 : 1;

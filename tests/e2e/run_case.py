@@ -3,6 +3,9 @@
 
 A case is a folder:
   args              the command-line arguments, one per line (absent or empty: none)
+  program           optional; the program to run: netwarden (the default) or
+                    netwarden-gated-test, the test driver built beside it that runs the handlers
+                    of the commands the dispatcher refuses (everything else is the same)
   layout            optional; where things are put under the case's temporary root, one per line
                     (folder names are bytes: they need not be UTF-8):
                       exe DIR               the program goes into DIR (default: bin)
@@ -39,11 +42,13 @@ A case whose folder name starts with "wine-", or whose layout uses lib-unsigned 
 only means something with real signatures: on Linux it is skipped (exit code 77).
 
 With --wine, the case runs against the Windows build under Wine instead (see docs/windows.md):
-netwarden.exe, the libraries from the signed copies tests/wine/prepare.sh made, the root as
-Z:\\<root>, standard output with "\\r\\n" for every "\\n", the debugger output read from Wine's
-warn+seh channel on standard error, and host.json's "registry" written into the shared prefix
-for the length of the run. Cases that depend on what only the emulated host can be told (other
-host.json fields, file modes, folder names that hold a backslash) are skipped (exit code 77).
+netwarden.exe (or the "program" with ".exe"), the libraries from the signed copies
+tests/wine/prepare.sh made, the root as Z:\\<root>, standard output with "\\r\\n" for every
+"\\n", the debugger output read from Wine's warn+seh channel on standard error, host.json's
+"registry" written into the shared prefix for the length of the run, and its "clock" passed in
+a host file of its own (NETWARDEN_HOST). Cases that depend on what only the emulated host can
+be told (other host.json fields, file modes, folder names that hold a backslash) are skipped
+(exit code 77).
 
 The environment of the run holds only PATH and the variables named above. A debugger output
 that reports a leaked core object fails the case unless debug.log expects it.
@@ -59,6 +64,7 @@ import sys
 import tempfile
 
 LIBRARIES = ("kvxfwctl.dll", "kvxhida.dll")
+PROGRAMS = ("netwarden", "netwarden-gated-test")
 SKIP = 77
 # Layout kinds that choose which copy of a library to place; plain "lib" is the signed one on Wine.
 LIBRARY_VARIANTS = {"lib": "signed", "lib-unsigned": "unsigned", "lib-tampered": "tampered"}
@@ -102,6 +108,15 @@ def parse_layout(case_dir):
         else:
             raise SystemExit(f"{case_dir}/layout:{number}: cannot read '{line}'")
     return layout
+
+
+def read_program(case_dir):
+    """The program a case runs, from its optional "program" file."""
+    text = read_text(os.path.join(case_dir, "program"))
+    program = text.strip() if text is not None else PROGRAMS[0]
+    if program not in PROGRAMS:
+        raise SystemExit(f"{case_dir}/program: '{program}' is none of {', '.join(PROGRAMS)}")
+    return program
 
 
 def show_difference(what, expected, actual):
@@ -182,6 +197,7 @@ def run(build_dir, case_dir):
     if os.path.basename(case_dir).startswith("wine-") or layout.get("variants"):
         return skip(case_dir, "needs real signatures (Windows build under Wine)")
     args, expected_stdout, expected_status, expected_debug = read_expectations(case_dir)
+    program = read_program(case_dir)
 
     root = tempfile.mkdtemp(prefix="nw-e2e-")
     try:
@@ -190,8 +206,8 @@ def run(build_dir, case_dir):
         json_root = json.dumps(root_win)[1:-1]
         for folder in [layout["exe"], layout["cwd"]] + layout["mkdirs"]:
             os.makedirs(os.path.join(root, folder), exist_ok=True)
-        exe = os.path.join(root, layout["exe"], "netwarden")
-        shutil.copy2(os.path.join(build_dir, "netwarden"), exe)
+        exe = os.path.join(root, layout["exe"], program)
+        shutil.copy2(os.path.join(build_dir, program), exe)
         for name, folder, mode in layout["libs"]:
             os.makedirs(os.path.join(root, folder), exist_ok=True)
             target = os.path.join(root, folder, name)
@@ -218,7 +234,7 @@ def run(build_dir, case_dir):
 
         def expand(text):
             return (text.replace("{NATIVE_ROOT}", root).replace("{ROOT}", root_win)
-                    .replace("{EXE}", "netwarden"))
+                    .replace("{EXE}", program))
 
         if actual_stdout != expand(expected_stdout):
             show_difference("stdout", expand(expected_stdout), actual_stdout)
@@ -246,9 +262,10 @@ def run(build_dir, case_dir):
 
 # ---- Wine mode ------------------------------------------------------------------------------
 
-# The host state the Wine runs can reproduce: registry values. Everything else in host.json is
-# something only the emulated host can be told.
-WINE_HOST_KEYS = ("registry",)
+# The host state the Wine runs can reproduce: registry values, and the scripted clock that the
+# test driver takes from the host file. Everything else in host.json is something only the
+# emulated host can be told.
+WINE_HOST_KEYS = ("registry", "clock")
 # What the emulated verifier answers for a missing file; Wine's answers 2 or 3 instead.
 EMULATED_MISSING_FILE = "WinVerifyTrust failed with 80092003"
 # Wine writes each debugger message once through this line of its warn+seh channel (and once more
@@ -359,6 +376,7 @@ def run_wine(build_dir, prepared_dir, case_dir):
         return skip(case_dir, "host.json sets what only the emulated host can be told: " +
                     ", ".join(others))
     args, expected_stdout, expected_status, expected_debug = read_expectations(case_dir)
+    program = read_program(case_dir) + ".exe"
     if expected_debug is not None and EMULATED_MISSING_FILE in expected_debug:
         return skip(case_dir, "expects the emulated verifier's result for a missing file "
                     "(80092003); Wine's verifier answers 2 or 3")
@@ -376,8 +394,8 @@ def run_wine(build_dir, prepared_dir, case_dir):
         json_root = json.dumps(root_win)[1:-1]
         for folder in [layout["exe"], layout["cwd"]] + layout["mkdirs"]:
             os.makedirs(os.path.join(root, folder), exist_ok=True)
-        exe = os.path.join(root, layout["exe"], "netwarden.exe")
-        shutil.copy2(os.path.join(build_dir, "netwarden.exe"), exe)
+        exe = os.path.join(root, layout["exe"], program)
+        shutil.copy2(os.path.join(build_dir, program), exe)
         libs = [(name, folder, "signed") for name, folder, _ in layout["libs"]]
         for name, folder, variant in libs + layout.get("variants", []):
             os.makedirs(os.path.join(root, folder), exist_ok=True)
@@ -394,6 +412,11 @@ def run_wine(build_dir, prepared_dir, case_dir):
 
         if host_text is not None:
             host = json.loads(host_text.replace("{ROOT}", json_root))
+            if "clock" in host:
+                host_file = os.path.join(root, "host.json")
+                with open(host_file, "w", encoding="utf-8") as f:
+                    json.dump({"clock": host["clock"]}, f)
+                env["NETWARDEN_HOST"] = wine_path(host_file)
         commands = registry_commands(host.get("registry", {}))
         owned = sorted({owned_key(key) for key, _, _, _ in commands})
         for key in owned:
@@ -419,7 +442,7 @@ def run_wine(build_dir, prepared_dir, case_dir):
         def expand(text):
             text = re.sub(r"\{NATIVE_ROOT\}((?:/[^/\s:]+)*)",
                           lambda m: root_win + windows_form(m.group(1)), text)
-            return text.replace("{ROOT}", root_win).replace("{EXE}", "netwarden.exe")
+            return text.replace("{ROOT}", root_win).replace("{EXE}", program)
 
         crlf = raw_stdout.count("\r\n")
         if raw_stdout.count("\n") != crlf or raw_stdout.count("\r") != crlf:

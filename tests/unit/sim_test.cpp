@@ -102,7 +102,7 @@ TEST(ScenarioTest, RejectsBadDocumentsNamingFilePathAndWhatWasExpected) {
        "/servce: expected one of the known fields (service, faults, debug, driverLink, versions, "
        "hooks, config, adapters, addresses, connections, endpoints, processes, policies)"},
       {R"({"driverLink": {"running": false}})",
-       "/driverLink/running: expected one of the known fields (driverRunning)"},
+       "/driverLink/running: expected one of the known fields (driverRunning, profiler, profile)"},
       {R"({"faults": {"Regster": 5}})", "/faults/Regster: " + operation},
       {R"({"faults": {"Register:1": 5}})", "/faults/Register:1: " + operation},
       {R"({"faults": {"::Refresh": 5}})", "/faults/::Refresh: " + operation},
