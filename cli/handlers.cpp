@@ -3,11 +3,7 @@
 
 #include "cli/handlers.h"
 
-#include <cstdarg>
-#include <string>
-
 #include "cli/console.h"
-#include "base/format.h"
 
 namespace nw {
 namespace {
@@ -18,15 +14,6 @@ void NotAvailable(const wchar_t* option) {
 }
 
 }  // namespace
-
-void PrintDriverLog(const char* format, ...) {
-  std::string line;
-  va_list args;
-  va_start(args, format);
-  AppendFormatNarrow(line, format, args);
-  va_end(args);
-  ConsolePrint(L"%hs\n", line.c_str());
-}
 
 void ShowPolicySummary(IPolicyManager*) { NotAvailable(L"-Summary"); }
 void ShowAllPolicies(IPolicyManager*) { NotAvailable(L"-PolicyDisplay"); }
@@ -39,8 +26,5 @@ void StateTableDisplay(IControl*) { NotAvailable(OptionStateTable); }
 void EndpointTableDisplay(IControl*) { NotAvailable(OptionEndpointTable); }
 void ProcessListDisplay(IControl*) { NotAvailable(OptionProcessList); }
 void ProcessInfoDisplay(IControl*, const wchar_t*, uint32_t) { NotAvailable(OptionProcess); }
-void EnableNdisDriver(DriverLogFn) { NotAvailable(OptionEnableNdis); }
-void EnableWfpDriver(DriverLogFn) { NotAvailable(OptionEnableWfp); }
-void DisableUnusedNetDrivers(CoreConnection*) { NotAvailable(OptionDisableUnusedNetDrivers); }
 
 }  // namespace nw

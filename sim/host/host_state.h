@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "sim/common/json_util.h"
+#include "sim/host/host_services.h"
 
 namespace nw::sim {
 
@@ -36,6 +37,8 @@ struct HostState {
   std::vector<std::string> trustedSha256;
   /// Fault injection by facility call name ("RegOpenKeyEx", "WSAStartup", ...).
   std::map<std::string, int32_t> faults;
+  /// Services, network configuration, mutexes, OS version and self-protection.
+  DriverHost drivers;
 
   std::string file;  // empty: no host file
   Json document;     // the file as read, so that writes keep what they do not change
