@@ -72,6 +72,9 @@ class FakeRegistry final : public platform::Registry {
                  uint32_t type = platform::kRegSz) {
     SetRaw(key, name, type, text.c_str(), (text.size() + 1) * sizeof(wchar_t));
   }
+  void Remove(const std::wstring& key, const std::wstring& name) {
+    keys_[Upper(key)].erase(Upper(name));
+  }
   const Value* Find(const std::wstring& key, const std::wstring& name) const {
     auto k = keys_.find(Upper(key));
     if (k == keys_.end()) return nullptr;
