@@ -90,9 +90,23 @@ void AppendWide(std::wstring& out, char32_t c) {
   out.push_back(static_cast<wchar_t>(c));
 }
 
-// Collects UTF-8 and counts the wide characters the same text has, which is what the console
-// reports as the length of a line.
+// Collects UTF-8: the text of the debugger output and of the simulator's files.
 struct Utf8Sink {
+  std::string& out;
+
+  void Ascii(std::string_view text) { out.append(text); }
+  void Fill(char c, std::size_t n) { out.append(n, c); }
+  void CodePoint(char32_t c) { AppendUtf8(out, c); }
+  // Narrow text is already UTF-8 (or whatever the caller meant): its bytes go out untouched.
+  void Narrow(std::string_view text) { out.append(text); }
+};
+
+// The bytes the C runtime writes for wide text under its default ("C") locale, which the
+// program never changes: U+0000 to U+00FF become the byte of the same value. The runtime cannot
+// write any other character; we write a '?' for each such code point (a UTF-16 pair is one code
+// point, so both hosts agree) instead of losing the rest of the line. Narrow text reaches the
+// stream through the same locale, where every byte stands for itself, so it goes out untouched.
+struct ConsoleSink {
   std::string& out;
   std::size_t units = 0;
 
@@ -105,16 +119,15 @@ struct Utf8Sink {
     units += n;
   }
   void CodePoint(char32_t c) {
-    AppendUtf8(out, c);
+    out.push_back(c <= 0xFF ? static_cast<char>(c) : kUnrepresentable);
     units += WideUnits(c);
   }
-  // Narrow text is already UTF-8 (or whatever the caller meant): its bytes go out untouched.
   void Narrow(std::string_view text) {
     out.append(text);
-    for (const char *p = text.data(), *end = p + text.size(); p != end;) {
-      units += WideUnits(NextUtf8(p, end));
-    }
+    units += text.size();
   }
+
+  static constexpr char kUnrepresentable = '?';
 };
 
 struct WideSink {
@@ -530,14 +543,15 @@ void Format(Sink& sink, const CharT* format, va_list ap) {
 
 }  // namespace
 
-std::size_t AppendFormatUtf8Counted(std::string& out, const wchar_t* format, va_list args) {
-  Utf8Sink sink{out};
+std::size_t AppendFormatConsole(std::string& out, const wchar_t* format, va_list args) {
+  ConsoleSink sink{out};
   Format(sink, format, args);
   return sink.units;
 }
 
 void AppendFormatUtf8(std::string& out, const wchar_t* format, va_list args) {
-  AppendFormatUtf8Counted(out, format, args);
+  Utf8Sink sink{out};
+  Format(sink, format, args);
 }
 
 void AppendFormatWide(std::wstring& out, const wchar_t* format, va_list args) {
@@ -547,6 +561,11 @@ void AppendFormatWide(std::wstring& out, const wchar_t* format, va_list args) {
 
 void AppendFormatNarrow(std::string& out, const char* format, va_list args) {
   Utf8Sink sink{out};
+  Format(sink, format, args);
+}
+
+void AppendFormatNarrowConsole(std::string& out, const char* format, va_list args) {
+  ConsoleSink sink{out};
   Format(sink, format, args);
 }
 

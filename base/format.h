@@ -18,13 +18,19 @@ namespace nw {
 
 /// Appends the formatted text, as UTF-8, to out.
 void AppendFormatUtf8(std::string& out, const wchar_t* format, va_list args);
-/// As AppendFormatUtf8; returns how many wide characters the appended text has (the length that
-/// AppendFormatWide would append), so a caller can report it without converting back.
-std::size_t AppendFormatUtf8Counted(std::string& out, const wchar_t* format, va_list args);
+/// Appends the formatted text as the console receives it: the bytes the C runtime writes under
+/// its default locale. U+0000 to U+00FF become the byte of the same value, every other code
+/// point (and an invalid one) a '?'; narrow arguments ("%hs") go out byte for byte. Returns how
+/// many wide characters the text has (the length that AppendFormatWide would append).
+std::size_t AppendFormatConsole(std::string& out, const wchar_t* format, va_list args);
 /// Appends the formatted text, as wide characters, to out.
 void AppendFormatWide(std::wstring& out, const wchar_t* format, va_list args);
 /// Narrow format ("%s" is a narrow string); appends UTF-8 (narrow text is passed through).
 void AppendFormatNarrow(std::string& out, const char* format, va_list args);
+/// Narrow format whose wide arguments ("%S", "%ls") become the bytes the console writes for wide
+/// text (see AppendFormatConsole), as the runtime's narrow printf converts them under its default
+/// locale; narrow text is passed through.
+void AppendFormatNarrowConsole(std::string& out, const char* format, va_list args);
 
 std::string WideToUtf8(std::wstring_view text);
 /// Malformed UTF-8 bytes become U+FFFD.

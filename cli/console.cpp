@@ -19,7 +19,7 @@ int ConsolePrint(const wchar_t* format, ...) {
   line.clear();
   va_list args;
   va_start(args, format);
-  const std::size_t count = AppendFormatUtf8Counted(line, format, args);
+  const std::size_t count = AppendFormatConsole(line, format, args);
   va_end(args);
   const bool written = std::fwrite(line.data(), 1, line.size(), stdout) == line.size();
   // One huge line should not pin its memory for the rest of the run.

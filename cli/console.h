@@ -8,8 +8,9 @@ namespace nw {
 /// usage text, 0x80000001 when the core could not be reached. The exit code of the process.
 extern Status LastStatus;
 
-/// Formats a wide printf-style text (the conventions of format.h) and writes it, as UTF-8, to
-/// the C runtime's standard output in one write. Returns the number of characters formatted, or
+/// Formats a wide printf-style text (the conventions of format.h) and writes it, in the bytes
+/// of the runtime's default locale (see AppendFormatConsole), to the C runtime's standard output
+/// in one write. Returns the number of characters formatted, or
 /// a negative value when the write failed. Nothing is buffered between calls beyond stdio.
 int ConsolePrint(const wchar_t* format, ...);
 

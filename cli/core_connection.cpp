@@ -30,15 +30,19 @@ Status ConnectToCore(CoreConnection* connection) {
     ConsolePrint(L"    Error from VantorRegisterPointProductCreate.\n");
     return kStatusCoreUnavailable;
   }
-  status = connection->registerPointProduct->Register(&connection->control, &ControlInterfaceId,
+  status = ObtainObject(&connection->control, [&] {
+    return connection->registerPointProduct->Register(&connection->control, &ControlInterfaceId,
                                                       &PointProductId);
+  });
   if (status != kStatusOk) {
     ConsolePrint(L"    Error from IRegisterPointProduct::Register: %08x.\n", status);
     ConsolePrint(L"    (Most often this is caused by service not running.)\n");
     return status;
   }
-  status =
-      connection->control->GetPolicyManager(&connection->policyManager, &PolicyManagerInterfaceId);
+  status = ObtainObject(&connection->policyManager, [&] {
+    return connection->control->GetPolicyManager(&connection->policyManager,
+                                                 &PolicyManagerInterfaceId);
+  });
   if (status != kStatusOk) {
     ConsolePrint(L"    Error retrieving policy manager API: %08x.\n", status);
     return status;

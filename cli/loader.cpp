@@ -30,6 +30,9 @@ constexpr size_t kMinPathChars = 261;
 constexpr uint32_t kFirstModuleNameChars = 260;
 
 bool systemLibraryFirstUse = true;
+// WinVerifyTrust is bound on the first verification and the outcome holds for the process.
+bool trustBound = false;
+Status trustBindingFailure = kStatusOk;
 
 /// A name the caller already made a path of: nothing else is searched.
 bool IsGivenPath(const wchar_t* name, uint64_t length) {
@@ -53,6 +56,31 @@ bool AllocateResolvedPath(LibraryLoadRequest* request, uint64_t chars) {
   if (request->resolvedPath == nullptr) return false;
   request->resolvedCapacity = chars;
   return true;
+}
+
+/// Binds WinVerifyTrust from a wintrust that LoadSystemLibrary loaded, so it comes from the
+/// system directory under the search flags the hardening chose, like every other system library.
+/// wintrust then stays loaded for the rest of the process. Returns 0, or the failure every
+/// verification reports from then on.
+Status BindWinVerifyTrust() {
+  if (!trustBound) {
+    trustBound = true;
+    uint32_t error = kErrorModNotFound;
+    if (platform::ModuleHandle wintrust = LoadSystemLibrary(L"wintrust.dll")) {
+      error = platform::TheTrust().BindWinVerifyTrust(wintrust);
+    }
+    trustBindingFailure = HresultFromWin32(error);
+  }
+  return trustBindingFailure;
+}
+
+/// The system's text for a verification result, from crypt32's message table; null without it.
+wchar_t* VerificationMessage(int32_t result) {
+  platform::ModuleHandle crypt32 = LoadSystemLibrary(L"crypt32.dll");
+  if (crypt32 == nullptr) return nullptr;
+  wchar_t* text = platform::TheTrust().MessageText(crypt32, result);
+  platform::TheLibraries().FreeLibrary(crypt32);
+  return text;
 }
 
 Status VerifyPath(const wchar_t* path) {
@@ -247,6 +275,8 @@ platform::ModuleHandle LoadSystemLibrary(const wchar_t* name) {
 void ResetLoaderStateForTesting() {
   LibraryLoadFlags = platform::kLoadLibrarySearchSystem32;
   systemLibraryFirstUse = true;
+  trustBound = false;
+  trustBindingFailure = kStatusOk;
 }
 
 void FreeResolvedPath(LibraryLoadRequest* request) {
@@ -320,12 +350,15 @@ int32_t VerifyFileSignature(SignatureCheck* check, SignatureErrorText* errorText
   check->trustData.dwProvFlags =
       platform::kWtdRevocationCheckNone | platform::kWtdCacheOnlyUrlRetrieval;
   Guid action = platform::kWinTrustActionGenericVerifyV2;
-  check->result =
-      platform::TheTrust().WinVerifyTrust(platform::kNoInteractiveUser, &action, &check->trustData);
+  check->result = BindWinVerifyTrust();
+  if (check->result == kStatusOk) {
+    check->result = platform::TheTrust().WinVerifyTrust(platform::kNoInteractiveUser, &action,
+                                                        &check->trustData);
+  }
   check->done = true;
   if (check->result != 0 && errorText != nullptr) {
     errorText->result = check->result;
-    errorText->text = platform::TheTrust().MessageText(check->result);
+    errorText->text = VerificationMessage(check->result);
     if (errorText->text == nullptr) {
       // 200 bytes of UTF-16 text on the product's platform.
       constexpr size_t kFallbackChars = 100;
@@ -341,7 +374,8 @@ int32_t VerifyFileSignature(SignatureCheck* check, SignatureErrorText* errorText
 }
 
 void CloseSignatureCheck(SignatureCheck* check) {
-  if (!check->done) return;
+  // Without a verifier nothing was opened that needs closing.
+  if (!check->done || trustBindingFailure != kStatusOk) return;
   check->trustData.dwStateAction = platform::kWtdStateActionClose;
   Guid action = platform::kWinTrustActionGenericVerifyV2;
   platform::TheTrust().WinVerifyTrust(nullptr, &action, &check->trustData);

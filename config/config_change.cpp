@@ -189,8 +189,9 @@ void ChangeSetting(IGlobalConfigBuilder& builder, const SettingCommand& command,
 /// stored in LastStatus.
 IGlobalConfigBuilder* GetBuilder(CoreConnection& connection) {
   IGlobalConfigBuilder* builder = nullptr;
-  LastStatus =
-      connection.control->GetGlobalConfigBuilder(&builder, &GlobalConfigBuilderInterfaceId);
+  LastStatus = ObtainObject(&builder, [&] {
+    return connection.control->GetGlobalConfigBuilder(&builder, &GlobalConfigBuilderInterfaceId);
+  });
   if (LastStatus == kStatusOk) return builder;
   ConsolePrint(L"Error from IControl::GetGlobalConfigBuilder %08x\n", LastStatus);
   return nullptr;

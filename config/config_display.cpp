@@ -84,8 +84,10 @@ void PrintKernelBlock(IGlobalConfigAndStateInfo& info) {
 
 void ConfigDisplay(CoreConnection& connection) {
   IGlobalConfigAndStateInfo* info = nullptr;
-  LastStatus =
-      connection.control->GetGlobalConfigAndStateInfo(&info, &GlobalConfigAndStateInfoInterfaceId);
+  LastStatus = ObtainObject(&info, [&] {
+    return connection.control->GetGlobalConfigAndStateInfo(&info,
+                                                           &GlobalConfigAndStateInfoInterfaceId);
+  });
   if (LastStatus != kStatusOk) {
     ConsolePrint(L"Error from IControl::GetGlobalConfigAndStateInfo %08x\n", LastStatus);
     return;

@@ -25,9 +25,15 @@ inline constexpr uint32_t kErrorOutOfMemory = 14;
 inline constexpr uint32_t kErrorInvalidParameter = 87;
 inline constexpr uint32_t kErrorBufferOverflow = 111;
 inline constexpr uint32_t kErrorInsufficientBuffer = 122;
+inline constexpr uint32_t kErrorModNotFound = 126;
 inline constexpr uint32_t kErrorProcNotFound = 127;
 inline constexpr uint32_t kErrorMoreData = 234;
 inline constexpr uint32_t kErrorInternalError = 1359;
+
+/// A Windows error number as an HRESULT (HRESULT_FROM_WIN32).
+constexpr Status HresultFromWin32(uint32_t error) {
+  return error == 0 ? kStatusOk : static_cast<Status>((error & 0xFFFFu) | 0x80070000u);
+}
 
 // Verification results the loader distinguishes.
 inline constexpr Status kCryptEFileError = static_cast<Status>(0x80092003u);

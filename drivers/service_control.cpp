@@ -60,7 +60,7 @@ void PrintDriverLog(const char* format, ...) {
   line.reserve(300);
   va_list args;
   va_start(args, format);
-  AppendFormatNarrow(line, format, args);
+  AppendFormatNarrowConsole(line, format, args);
   va_end(args);
   ConsolePrint(L"%hs\n", line.c_str());
 }

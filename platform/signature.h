@@ -4,6 +4,7 @@
 
 #include "core/guid.h"
 #include "platform/facility.h"
+#include "platform/library.h"
 
 namespace nw::platform {
 
@@ -50,17 +51,23 @@ inline constexpr uint32_t kWtdCacheOnlyUrlRetrieval = 0x1000;
 inline constexpr Guid kWinTrustActionGenericVerifyV2 = {
     0x00AAC56B, 0xCD44, 0x11D0, {0x8C, 0xC2, 0x00, 0xC0, 0x4F, 0xC2, 0x95, 0xEE}};
 
-/// Authenticode verification (WinVerifyTrust, bound on first use) and the message texts of its
-/// results.
+/// Authenticode verification and the message texts of its results. The caller loads the
+/// system libraries (wintrust, crypt32) with the search flags its hardening chose and hands the
+/// modules in, so that this facility never decides where a library comes from.
 class Trust {
  public:
   virtual ~Trust() = default;
 
+  /// Looks WinVerifyTrust up in wintrust (a loaded module, never null) and keeps it for
+  /// WinVerifyTrust. Returns 0 or the Windows error of the lookup.
+  virtual uint32_t BindWinVerifyTrust(ModuleHandle wintrust) = 0;
   /// WinVerifyTrust(window, action, data): 0 when the file is trusted, otherwise the failure.
+  /// Only called after BindWinVerifyTrust succeeded.
   virtual int32_t WinVerifyTrust(void* window, const Guid* action, WinTrustData* data) = 0;
-  /// The system's message text for a verification result (from crypt32's message table), as a
-  /// new[]-allocated string the caller deletes; null when there is none.
-  virtual wchar_t* MessageText(int32_t result) = 0;
+  /// The system's message text for a verification result from the message table of crypt32
+  /// (a loaded module, never null), as a new[]-allocated string the caller deletes; null when
+  /// there is none.
+  virtual wchar_t* MessageText(ModuleHandle crypt32, int32_t result) = 0;
 };
 
 template <>

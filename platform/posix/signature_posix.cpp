@@ -86,6 +86,10 @@ int32_t VerifyFile(const wchar_t* windowsPath) {
 
 class PosixTrust final : public Trust {
  public:
+  // The emulated host's system libraries are tokens (see library_posix.cpp): a wintrust that
+  // loaded from the system directory is all the verifier needs.
+  uint32_t BindWinVerifyTrust(ModuleHandle) override { return 0; }
+
   int32_t WinVerifyTrust(void*, const Guid* action, WinTrustData* data) override {
     if (action == nullptr || !(*action == kWinTrustActionGenericVerifyV2)) {
       return kTrustEProviderUnknown;
@@ -100,7 +104,7 @@ class PosixTrust final : public Trust {
   }
 
   // This host has no message table for verification results.
-  wchar_t* MessageText(int32_t) override { return nullptr; }
+  wchar_t* MessageText(ModuleHandle, int32_t) override { return nullptr; }
 };
 
 }  // namespace

@@ -1,5 +1,5 @@
-// Authenticode verification on Windows. wintrust is not imported: it is loaded from the system
-// directory the first time a file is checked, so that no other directory can supply it.
+// Authenticode verification on Windows. wintrust and crypt32 are not imported: the loader loads
+// them from the system directory, with the flags its hardening chose, and hands them in.
 
 #include <windows.h>
 
@@ -16,52 +16,31 @@ static_assert(sizeof(Guid) == sizeof(GUID));
 // The verifier reads our WinTrustData through its untyped argument.
 using WinVerifyTrustFn = LONG(WINAPI*)(HWND, GUID*, LPVOID);
 
-struct WinTrustBinding {
-  WinVerifyTrustFn verify = nullptr;
-  DWORD error = 0;  // why verify is null
-};
-
-WinTrustBinding BindWinTrust() {
-  WinTrustBinding binding;
-  HMODULE wintrust = ::LoadLibraryExW(L"wintrust.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
-  if (wintrust == nullptr) {
-    binding.error = ::GetLastError();
-    return binding;
-  }
-  void* proc = reinterpret_cast<void*>(::GetProcAddress(wintrust, "WinVerifyTrust"));
-  if (proc == nullptr) {
-    binding.error = ::GetLastError();
-    ::FreeLibrary(wintrust);
-    return binding;
-  }
-  // wintrust stays loaded for the rest of the process.
-  binding.verify = reinterpret_cast<WinVerifyTrustFn>(proc);
-  return binding;
-}
-
 class Win32Trust final : public Trust {
  public:
-  int32_t WinVerifyTrust(void* window, const Guid* action, WinTrustData* data) override {
-    static const WinTrustBinding binding = BindWinTrust();
-    if (binding.verify == nullptr) {
-      // A failure that somehow left no error number must still not read as "trusted".
-      return HRESULT_FROM_WIN32(binding.error != 0 ? binding.error : ERROR_INTERNAL_ERROR);
-    }
-    GUID actionId;
-    if (action != nullptr) std::memcpy(&actionId, action, sizeof actionId);
-    return binding.verify(static_cast<HWND>(window), action != nullptr ? &actionId : nullptr, data);
+  uint32_t BindWinVerifyTrust(ModuleHandle wintrust) override {
+    void* proc =
+        reinterpret_cast<void*>(::GetProcAddress(static_cast<HMODULE>(wintrust), "WinVerifyTrust"));
+    if (proc == nullptr) return ::GetLastError();
+    verify_ = reinterpret_cast<WinVerifyTrustFn>(proc);
+    return 0;
   }
 
-  wchar_t* MessageText(int32_t result) override {
-    // The verification results' texts live in crypt32's message table.
-    static const HMODULE crypt32 =
-        ::LoadLibraryExW(L"crypt32.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
-    if (crypt32 == nullptr) return nullptr;
+  int32_t WinVerifyTrust(void* window, const Guid* action, WinTrustData* data) override {
+    // Never "trusted" by accident when the caller skipped the binding.
+    if (verify_ == nullptr) return HRESULT_FROM_WIN32(ERROR_PROC_NOT_FOUND);
+    GUID actionId;
+    if (action != nullptr) std::memcpy(&actionId, action, sizeof actionId);
+    return verify_(static_cast<HWND>(window), action != nullptr ? &actionId : nullptr, data);
+  }
+
+  wchar_t* MessageText(ModuleHandle crypt32, int32_t result) override {
     wchar_t* system = nullptr;
-    const DWORD length = ::FormatMessageW(
-        FORMAT_MESSAGE_FROM_HMODULE | FORMAT_MESSAGE_ALLOCATE_BUFFER |
-            FORMAT_MESSAGE_IGNORE_INSERTS,
-        crypt32, static_cast<DWORD>(result), 0, reinterpret_cast<LPWSTR>(&system), 0, nullptr);
+    const DWORD length =
+        ::FormatMessageW(FORMAT_MESSAGE_FROM_HMODULE | FORMAT_MESSAGE_ALLOCATE_BUFFER |
+                             FORMAT_MESSAGE_IGNORE_INSERTS,
+                         static_cast<HMODULE>(crypt32), static_cast<DWORD>(result), 0,
+                         reinterpret_cast<LPWSTR>(&system), 0, nullptr);
     wchar_t* text = nullptr;
     if (length != 0 && system != nullptr) {
       text = new (std::nothrow) wchar_t[length + 1];
@@ -73,6 +52,9 @@ class Win32Trust final : public Trust {
     if (system != nullptr) ::LocalFree(system);
     return text;
   }
+
+ private:
+  WinVerifyTrustFn verify_ = nullptr;
 };
 
 }  // namespace

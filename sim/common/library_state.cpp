@@ -110,13 +110,14 @@ uint64_t LibraryState::Track(const char* interfaceName, const std::atomic<uint32
 
 void LibraryState::Untrack(uint64_t serial) { objects_.Remove(serial); }
 
-Status LibraryState::Unload() {
+Status LibraryState::Unload(const std::vector<std::string>& stillHeld) {
   const DebugOptions debug = Debug();
   if (debug.trace) Print(L"NotComDllUnload\n");
   if (debug.reportLeaks) {
     for (const ObjectRegistry::Live& object : objects_.Snapshot()) {
       Print(L"leak: %hs still referenced (refs %u)\n", object.interfaceName.c_str(), object.refs);
     }
+    for (const std::string& held : stillHeld) Print(L"leak: %hs\n", held.c_str());
   }
   // Leaked objects keep the library loaded so that a late Release still finds its code.
   std::lock_guard<std::mutex> lock(moduleMutex_);

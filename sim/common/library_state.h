@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "core/status.h"
 #include "sim/common/module_ref.h"
@@ -84,8 +85,9 @@ class LibraryState {
 
   /// NotComDllUnload: traces the call, reports every object still referenced (with leak
   /// reporting on) as "<prefix>: leak: <interface> still referenced (refs <n>)" in creation
-  /// order, and lets the library go when no object is left. Returns 0.
-  Status Unload();
+  /// order, then each of stillHeld as "<prefix>: leak: <text>", and lets the library go when no
+  /// object is left. Returns 0.
+  Status Unload(const std::vector<std::string>& stillHeld = {});
 
  private:
   void Write(const std::wstring& line);

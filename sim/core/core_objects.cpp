@@ -1,7 +1,9 @@
 #include "sim/core/core_objects.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <string>
 
 #include "core/interfaces.h"
@@ -105,8 +107,8 @@ class RegisterPointProduct final : public SimObject<IRegisterPointProduct, CoreS
     return Traced("Register", DoRegister(control, interfaceId, pointProductId));
   }
 
-  Status Unregister(const Guid* pointProductId, uint64_t) override {
-    return Traced("Unregister", DoUnregister(pointProductId));
+  Status Unregister(const Guid* pointProductId, uint64_t reserved) override {
+    return Traced("Unregister", DoUnregister(pointProductId, reserved));
   }
 
  private:
@@ -121,6 +123,10 @@ class RegisterPointProduct final : public SimObject<IRegisterPointProduct, CoreS
     if (auto fault = Fault("Register")) return *fault;
     if (!scenario->service.running) return kStatusServiceNotActive;
     if (!(*interfaceId == ControlInterfaceId)) return kStatusNoInterface;
+    if (std::find(std::begin(kKnownPointProducts), std::end(kKnownPointProducts),
+                  *pointProductId) == std::end(kKnownPointProducts)) {
+      return kStatusInvalidArg;
+    }
     Control* object = NewObject<Control>(sharedState());
     if (object == nullptr) return kStatusOutOfMemory;
     state().AddProduct(*pointProductId);
@@ -128,10 +134,12 @@ class RegisterPointProduct final : public SimObject<IRegisterPointProduct, CoreS
     return kStatusOk;
   }
 
-  // Lenient: a product that is not registered unregisters without complaint, and a bad
-  // scenario (already reported by Register) does not fail the clean-up a second time.
-  Status DoUnregister(const Guid* pointProductId) {
-    if (pointProductId == nullptr) return kStatusInvalidArg;
+  // Lenient: a product that is not registered unregisters without complaint (a product
+  // unregistered under the wrong identifier shows at unload, still registered), and a bad
+  // scenario (already reported by Register) does not fail the clean-up a second time. The
+  // reserved argument carries nothing yet and must be 0.
+  Status DoUnregister(const Guid* pointProductId, uint64_t reserved) {
+    if (pointProductId == nullptr || reserved != 0) return kStatusInvalidArg;
     if (auto fault = Fault("Unregister")) return *fault;
     const Scenario* scenario = state().GetScenario();
     if (scenario != nullptr && !scenario->service.running) return kStatusServiceNotActive;
@@ -169,6 +177,24 @@ void CoreState::RemoveProduct(const Guid& product) {
 bool CoreState::IsRegistered(const Guid& product) const {
   std::lock_guard<std::mutex> lock(productsMutex_);
   return std::find(products_.begin(), products_.end(), product) != products_.end();
+}
+
+Status CoreState::Unload() {
+  std::vector<std::string> stillRegistered;
+  {
+    std::lock_guard<std::mutex> lock(productsMutex_);
+    for (const Guid& product : products_) {
+      char text[96];
+      std::snprintf(text, sizeof text,
+                    "point product {%08X-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X} still "
+                    "registered",
+                    static_cast<unsigned>(product.Data1), product.Data2, product.Data3,
+                    product.Data4[0], product.Data4[1], product.Data4[2], product.Data4[3],
+                    product.Data4[4], product.Data4[5], product.Data4[6], product.Data4[7]);
+      stillRegistered.emplace_back(text);
+    }
+  }
+  return LibraryState::Unload(stillRegistered);
 }
 
 Status CoreGetInterface(const std::shared_ptr<CoreState>& state, const char* interfaceName,

@@ -17,6 +17,8 @@ namespace nw::sim {
 inline constexpr const char* kRegisterPointProductName = "VantorRegisterPointProduct3";
 /// The service-not-active error as an HRESULT: what registering returns with the service stopped.
 inline constexpr Status kStatusServiceNotActive = static_cast<Status>(0x80070426u);
+/// The point products this core knows; registering any other is refused with E_INVALIDARG.
+inline constexpr Guid kKnownPointProducts[] = {PointProductId};
 
 /// The core library's state: the common part and the point products registered now.
 class CoreState : public LibraryState {
@@ -26,6 +28,9 @@ class CoreState : public LibraryState {
   void AddProduct(const Guid& product);
   void RemoveProduct(const Guid& product);
   bool IsRegistered(const Guid& product) const;
+  /// NotComDllUnload: as the common one, and a point product still registered is reported as
+  /// "kvxfwctl: leak: point product {<identifier>} still registered".
+  Status Unload();
 
  private:
   mutable std::mutex productsMutex_;

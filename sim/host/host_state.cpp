@@ -135,6 +135,7 @@ bool Parse(const Json& doc, JsonChecker& check, HostState* host) {
   if (doc.contains("systemLibraries")) {
     const Json& libs = doc["systemLibraries"];
     if (!libs.is_array()) return check.Fail("/systemLibraries", "an array of library names");
+    host->systemLibraries.clear();
     for (size_t i = 0; i < libs.size(); ++i) {
       std::wstring name;
       if (!check.WideString(libs[i], JsonPath("/systemLibraries", i), &name)) return false;

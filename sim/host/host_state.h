@@ -29,8 +29,9 @@ struct HostState {
   std::wstring systemDirectory = L"C:\\Windows\\system32";
   /// "present", "missing" or "fails".
   std::string setDefaultDllDirectories = "present";
-  /// Library names present in the system directory (upper case), for the preload emulation.
-  std::vector<std::wstring> systemLibraries;
+  /// Library names present in the system directory (upper case). Every Windows host has the
+  /// two the signature verification binds; a host file that lists its own replaces them.
+  std::vector<std::wstring> systemLibraries = {L"WINTRUST.DLL", L"CRYPT32.DLL"};
   /// Verification results forced for a path (upper case, "\\" separators).
   std::map<std::wstring, int32_t> signatureResults;
   /// When not empty, only files with one of these SHA-256 digests (lower-case hex) are trusted.

@@ -14,7 +14,7 @@ A case is a folder:
                     happens in work
   host.json         optional host state (NETWARDEN_HOST)
   scenario.json     optional core scenario (KVX_SIM_STATE); the run gets its own copy
-  stdout            the exact bytes expected on standard output, or
+  stdout            the exact text expected on standard output (see "Console bytes"), or
   stdout.shared     the name of a file under e2e/shared/ that holds them
   status            the expected exit status as the shell sees it (0-255)
   debug.log         optional; the exact debugger output expected
@@ -28,6 +28,11 @@ In host.json and scenario.json, {ROOT} stands for the temporary root as a Window
 written for JSON; in stdout and debug.log it stands for the same path as plain text, and
 {NATIVE_ROOT} for the root as the operating system writes it, and {EXE} for the program's file
 name.
+
+Console bytes: the program writes one byte per character, as the C runtime does under its
+default locale (U+0000 to U+00FF; a '?' for anything else), so its standard output is read as
+Latin-1 and compared with the expected files, which are UTF-8 text like every other file here:
+an expected "\u00e9" matches the byte 0xE9.
 
 A case whose folder name starts with "wine-", or whose layout uses lib-unsigned or lib-tampered,
 only means something with real signatures: on Linux it is skipped (exit code 77).
@@ -205,7 +210,7 @@ def run(build_dir, case_dir):
         run_before(case_dir, [exe], os.path.join(root, layout["cwd"]), env, failures)
         result = subprocess.run([exe] + args, cwd=os.path.join(root, layout["cwd"]), env=env,
                                 stdin=subprocess.DEVNULL, capture_output=True, timeout=60)
-        actual_stdout = result.stdout.decode("utf-8", errors="replace")
+        actual_stdout = result.stdout.decode("latin-1")
         debug = read_text(env["NETWARDEN_DEBUG_LOG"], "")
 
         def expand(text):
@@ -401,7 +406,7 @@ def run_wine(build_dir, prepared_dir, case_dir):
                                     timeout=60)
             out.seek(0)
             err.seek(0)
-            raw_stdout = out.read().decode("utf-8", errors="replace")
+            raw_stdout = out.read().decode("latin-1")
             stderr_text = err.read().decode("utf-8", errors="replace")
 
         def expand(text):

@@ -520,7 +520,8 @@ TEST(RegistryHelpers, WriteRegistryStringWritesRegSzAndReportsFailure) {
 TEST(DriverLog, PrintDriverLogEndsEveryLineAndNeverCuts) {
   const std::string long_text(1000, 'x');
   const std::string console = CaptureConsole([&] {
-    PrintDriverLog("wide %S and %ls, narrow %hs, %d, %x", L"kvxnlfk", L"\u00e9", "n", -2, 255u);
+    PrintDriverLog("wide %S and %ls, narrow %hs, %d, %x", L"kvxnlfk", L"\u00e9\u20ac", "n", -2,
+                   255u);
     PrintDriverLog("%hs", long_text.c_str());
     PrintDriverLog("ends in a break\n");
     PrintDriverLog(nullptr);

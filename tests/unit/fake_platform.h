@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "base/format.h"
+#include "cli/loader.h"
 #include "core/status.h"
 #include "platform/library.h"
 #include "platform/process.h"
@@ -27,6 +28,9 @@ class FakeLibraries final : public platform::Libraries {
   std::wstring systemDirectory = L"C:\\Windows\\system32";
   /// Paths LoadLibraryEx succeeds for (upper case not needed: compared as given).
   std::vector<std::wstring> loadable;
+  /// System libraries that also load, as on the emulated host: by bare name with the
+  /// system-directory flag, or by their full path in the system directory.
+  std::vector<std::wstring> systemLibraries = {L"wintrust.dll", L"crypt32.dll"};
   /// Exports of every loaded module.
   std::map<std::string, void*> exports;
   uint32_t loadError = 126;
@@ -52,8 +56,22 @@ class FakeLibraries final : public platform::Libraries {
     for (size_t i = 0; i < loadable.size(); ++i) {
       if (loadable[i] == path) return ModuleFor(i);
     }
+    for (const std::wstring& name : systemLibraries) {
+      if ((name == path && (flags & platform::kLoadLibrarySearchSystem32) != 0) ||
+          systemDirectory + L"\\" + name == path) {
+        return &systemModuleToken_;
+      }
+    }
     *error = loadError;
     return nullptr;
+  }
+  /// The loads of product libraries (the only ones made with the altered search path).
+  std::vector<Load> ProductLoads() const {
+    std::vector<Load> product;
+    for (const Load& load : loads) {
+      if (load.flags == platform::kLoadWithAlteredSearchPath) product.push_back(load);
+    }
+    return product;
   }
   platform::ModuleHandle GetModuleHandleEx(const wchar_t*) override { return nullptr; }
   void* GetProcAddress(platform::ModuleHandle, const char* name, uint32_t* error) override {
@@ -102,6 +120,7 @@ class FakeLibraries final : public platform::Libraries {
 
  private:
   char moduleTokens_[16] = {};
+  char systemModuleToken_ = 0;
 };
 
 /// A registry holding at most the install-directory value.
@@ -154,6 +173,14 @@ class FakeTrust final : public platform::Trust {
   std::vector<std::wstring> verified;
   std::vector<platform::WinTrustData> calls;
   std::vector<void*> windows;
+  /// The modules BindWinVerifyTrust was given, and what it answers.
+  std::vector<platform::ModuleHandle> bound;
+  uint32_t bindError = 0;
+
+  uint32_t BindWinVerifyTrust(platform::ModuleHandle wintrust) override {
+    bound.push_back(wintrust);
+    return bindError;
+  }
 
   int32_t WinVerifyTrust(void* window, const Guid* action, platform::WinTrustData* data) override {
     windows.push_back(window);
@@ -164,7 +191,7 @@ class FakeTrust final : public platform::Trust {
     auto it = files.find(data->pFile->pcwszFilePath);
     return it == files.end() ? missingResult : it->second;
   }
-  wchar_t* MessageText(int32_t) override { return nullptr; }
+  wchar_t* MessageText(platform::ModuleHandle, int32_t) override { return nullptr; }
 };
 
 class FakeProcess final : public platform::Process {
@@ -192,6 +219,8 @@ struct FakePlatform {
   FakeTrust trust;
   FakeProcess process;
   FakePlatform() {
+    // Each test starts as a new process would: unhardened, with WinVerifyTrust not yet bound.
+    ResetLoaderStateForTesting();
     platform::Facility<platform::Libraries>::SetForTesting(&libraries);
     platform::Facility<platform::Registry>::SetForTesting(&registry);
     platform::Facility<platform::Trust>::SetForTesting(&trust);

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "cli/console.h"
+#include "cli/handlers.h"
 
 namespace {
 
@@ -48,10 +49,10 @@ std::wstring Wide(const wchar_t* format, ...) {
   return out;
 }
 
-std::size_t Counted(std::string& out, const wchar_t* format, ...) {
+std::size_t Console(std::string& out, const wchar_t* format, ...) {
   va_list args;
   va_start(args, format);
-  const std::size_t count = nw::AppendFormatUtf8Counted(out, format, args);
+  const std::size_t count = nw::AppendFormatConsole(out, format, args);
   va_end(args);
   return count;
 }
@@ -547,9 +548,9 @@ TEST(FormatLiteralTest, TextAroundConversions) {
 }
 
 TEST(FormatAppendTest, KeepsWhatIsAlreadyThere) {
-  std::string utf8 = "prefix:";
-  EXPECT_EQ(Counted(utf8, L"%d", 5), 1u);
-  EXPECT_EQ(utf8, "prefix:5");
+  std::string console = "prefix:";
+  EXPECT_EQ(Console(console, L"%d", 5), 1u);
+  EXPECT_EQ(console, "prefix:5");
 
   std::string narrow = "n:";
   AppendNarrowTo(narrow, "%s", "x");
@@ -573,36 +574,50 @@ TEST(FormatWideTest, ProducesWideCharacters) {
   EXPECT_EQ(Wide(L"caf\u00e9 %s", nullptr), L"caf\u00e9 (null)");
 }
 
-TEST(FormatCountTest, CountsWhatTheWideFormWouldHold) {
-  const std::vector<WideCase> wide_args = {
-      {L"%s", L"abc", "abc"},
-      {L"%s", L"\u00e9\u20AC", "\xC3\xA9\xE2\x82\xAC"},
-      {L"%s", L"\U0001F600x", "\xF0\x9F\x98\x80x"},
-      {L"%4s|", L"\U0001F600", "   \xF0\x9F\x98\x80|"},
-      {L"\u00e9%s", L"", "\xC3\xA9"},
+// The console receives the bytes of the runtime's default locale: one byte for U+0000 to
+// U+00FF, a '?' for each code point beyond, narrow arguments byte for byte. The count is the
+// number of wide characters the runtime would have been given.
+TEST(FormatConsoleTest, WritesTheDefaultLocaleBytes) {
+  struct ConsoleCase {
+    const wchar_t* format;
+    const wchar_t* value;
+    std::string expected;
+    std::size_t count;
+  };
+  const std::vector<ConsoleCase> wide_args = {
+      {L"%s", L"abc", "abc", 3},
+      {L"%s", L"\u0080\u00e9\u00ff", "\x80\xE9\xFF", 3},
+      {L"%s", L"\u0100\u20AC", "??", 2},
+      {L"%s", L"\U0001F600x", "?x", kUtf16 ? 3u : 2u},
+      {L"%4s|", L"\U0001F600", "   ?|", kUtf16 ? 6u : 5u},
+      {L"%.1s|", L"\u20AC\u00e9", "?|", 2},
+      {L"\u00e9%s\u0101", L"", "\xE9?", 2},
   };
   for (const auto& c : wide_args) {
     SCOPED_TRACE(c.expected);
     std::string out;
-    const std::size_t count = Counted(out, c.format, c.value);
+    EXPECT_EQ(Console(out, c.format, c.value), c.count);
     EXPECT_EQ(out, c.expected);
-    EXPECT_EQ(count, Wide(c.format, c.value).size());
   }
-  const std::vector<NarrowArgCase> narrow_args = {
+  struct NarrowArgConsoleCase {
+    const wchar_t* format;
+    const char* value;
+    std::string expected;
+  };
+  const std::vector<NarrowArgConsoleCase> narrow_args = {
       {L"%hs", "\xC3\xA9", "\xC3\xA9"},
-      {L"%hs", "\x80\xC0\x80", "\x80\xC0\x80"},
-      {L"%hs", "\xF0\x9F\x98\x80", "\xF0\x9F\x98\x80"},
-      {L"%-3hs|", "\xE2\x82", "\xE2\x82 |"},
+      {L"%hs", "\xE9\x80\xFF", "\xE9\x80\xFF"},
+      {L"%-4hs|", "\xE2\x82", "\xE2\x82  |"},
   };
   for (const auto& c : narrow_args) {
     SCOPED_TRACE(c.expected);
     std::string out;
-    const std::size_t count = Counted(out, c.format, c.value);
+    EXPECT_EQ(Console(out, c.format, c.value), c.expected.size());
     EXPECT_EQ(out, c.expected);
-    EXPECT_EQ(count, Wide(c.format, c.value).size());
   }
   std::string out;
-  EXPECT_EQ(Counted(out, L"%hs", "\xF0\x9F\x98\x80"), kUtf16 ? 2u : 1u);
+  EXPECT_EQ(Console(out, L"%c%c%c", 0xE9, 0x100, 0xD800), 3u);
+  EXPECT_EQ(out, "\xE9??");
 }
 
 struct ConversionCase {
@@ -695,7 +710,7 @@ TEST(Utf8ConversionTest, EachMalformedByteBecomesOneReplacement) {
   }
 }
 
-TEST(ConsolePrintTest, WritesUtf8ToStdoutAndCountsWideCharacters) {
+TEST(ConsolePrintTest, WritesLocaleBytesToStdoutAndCountsWideCharacters) {
   testing::internal::CaptureStdout();
   const int first = nw::ConsolePrint(L"%s=%d\n", L"caf\u00e9", 42);
   const int second = nw::ConsolePrint(L"%hs|", "\xC3\xA9");
@@ -706,13 +721,28 @@ TEST(ConsolePrintTest, WritesUtf8ToStdoutAndCountsWideCharacters) {
   const std::string written = testing::internal::GetCapturedStdout();
 
   EXPECT_EQ(first, 8);
-  EXPECT_EQ(second, 2);
+  EXPECT_EQ(second, 3);
   EXPECT_EQ(third, kUtf16 ? 2 : 1);
   EXPECT_EQ(empty, 0);
   EXPECT_EQ(long_line, 2001);
-  const std::string expected =
-      "caf\xC3\xA9=42\n\xC3\xA9|\xF0\x9F\x98\x80" + std::string(1999, ' ') + "1|";
+  const std::string expected = "caf\xE9=42\n\xC3\xA9|?" + std::string(1999, ' ') + "1|";
   EXPECT_EQ(written, expected);
 }
 
 }  // namespace
+
+namespace nw {
+namespace {
+
+// A driver log line is narrow text handed to the console as "%hs": its bytes arrive untouched,
+// followed by one line break.
+TEST(DriverLogTest, PrintsTheNarrowLineAndALineBreak) {
+  ::testing::internal::CaptureStdout();
+  PrintDriverLog("Start type of %s is %d", "kvxnlfk", 3);
+  PrintDriverLog("caf\xE9 %u%%", 7u);
+  std::fflush(stdout);
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "Start type of kvxnlfk is 3\ncaf\xE9 7%\n");
+}
+
+}  // namespace
+}  // namespace nw

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cwchar>
 #include <optional>
 #include <string>
 #include <vector>
@@ -47,14 +48,14 @@ TEST_P(SearchOrder, FindsVerifiesAndLoads) {
 
   EXPECT_EQ(static_cast<uint32_t>(status), static_cast<uint32_t>(c.expectedStatus));
   EXPECT_EQ(fake.process.debugLines, c.expectedDebug);
+  const auto loads = fake.libraries.ProductLoads();
   if (c.expectedLoad.empty()) {
-    EXPECT_TRUE(fake.libraries.loads.empty());
+    EXPECT_TRUE(loads.empty());
     EXPECT_EQ(request.module, nullptr);
     EXPECT_EQ(request.resolvedPath, nullptr);
   } else {
-    ASSERT_EQ(fake.libraries.loads.size(), 1u);
-    EXPECT_EQ(fake.libraries.loads[0].path, c.expectedLoad);
-    EXPECT_EQ(fake.libraries.loads[0].flags, platform::kLoadWithAlteredSearchPath);
+    ASSERT_EQ(loads.size(), 1u);
+    EXPECT_EQ(loads[0].path, c.expectedLoad);
     EXPECT_NE(request.module, nullptr);
     ASSERT_NE(request.resolvedPath, nullptr);
     EXPECT_EQ(std::wstring(request.resolvedPath), c.expectedLoad);
@@ -180,6 +181,30 @@ TEST(Loader, GivenPathIsTheOnlyPlaceLooked) {
             (std::vector<std::string>{Rejection("D:\\elsewhere\\kvxfwctl.dll", "80092003")}));
 }
 
+// A name of at most two characters, one starting with a backslash or one with a drive colon is
+// a path the caller chose: it alone is verified. Anything else is searched for.
+TEST(Loader, WhatCountsAsAGivenPath) {
+  struct Case {
+    const wchar_t* name;
+    std::vector<std::wstring> verified;
+  };
+  const Case cases[] = {
+      {L"ab", {L"ab"}},
+      {L"\\x", {L"\\x"}},
+      {L"C:x", {L"C:x"}},
+      {L"abc", {L"C:\\work\\abc", L"C:\\app\\abc"}},
+      {L"a\\b", {L"C:\\work\\a\\b", L"C:\\app\\a\\b"}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(::testing::PrintToString(std::wstring(c.name)));
+    FakePlatform fake;
+    fake.registry.hasValue = false;
+    LibraryLoadRequest request{c.name, std::wcslen(c.name)};
+    EXPECT_EQ(NCPrivateLoadAndValidateHPLDll(&request), kCryptEFileError);
+    EXPECT_EQ(fake.trust.verified, c.verified);
+  }
+}
+
 TEST(Loader, RejectsBadNames) {
   FakePlatform fake;
   const std::wstring longName(32769, L'a');
@@ -225,8 +250,9 @@ TEST(Loader, LongProgramPathGrowsTheNameBufferUntilItFits) {
   LibraryLoadRequest request{L"kvxfwctl.dll", 12};
   EXPECT_EQ(NCPrivateLoadAndValidateHPLDll(&request), 0);
   EXPECT_EQ(fake.libraries.moduleNameCapacities, (std::vector<uint32_t>{260, 520, 1040}));
-  ASSERT_EQ(fake.libraries.loads.size(), 1u);
-  EXPECT_EQ(fake.libraries.loads[0].path, directory + L"\\kvxfwctl.dll");
+  const auto loads = fake.libraries.ProductLoads();
+  ASSERT_EQ(loads.size(), 1u);
+  EXPECT_EQ(loads[0].path, directory + L"\\kvxfwctl.dll");
   FreeResolvedPath(&request);
 }
 
@@ -277,7 +303,79 @@ TEST(SignatureCheck, FailureTextFallsBackToTheResultCode) {
   ASSERT_NE(text.text, nullptr);
   EXPECT_EQ(std::wstring(text.text), L"WinVerifyTrust() call failed with result code 0x800B0100");
   delete[] text.text;
+  // The message table's crypt32 comes from the system directory too, and is let go again.
+  ASSERT_EQ(fake.libraries.loads.size(), 2u);
+  EXPECT_EQ(fake.libraries.loads[1].path, L"crypt32.dll");
+  EXPECT_EQ(fake.libraries.loads[1].flags, 0x800u);
+  EXPECT_EQ(fake.libraries.freed.size(), 1u);
 }
+
+struct TrustBindingCase {
+  const char* name;
+  const char* setDefault;           // the host's SetDefaultDllDirectories
+  bool wintrustPresent;             // whether the system directory holds wintrust.dll
+  uint32_t bindError;               // what looking up WinVerifyTrust answers
+  const wchar_t* expectedWintrust;  // the path the one wintrust load asks for
+  uint32_t expectedFlags;
+  Status expectedResult;
+};
+
+class TrustBinding : public ::testing::TestWithParam<TrustBindingCase> {};
+
+// WinVerifyTrust is bound once, on the first verification, from a wintrust loaded the way every
+// system library is: by name under the system-directory flag where the search can be
+// restricted, by its full path in the system directory where it cannot. Without it no file is
+// trusted and no product library is loaded.
+TEST_P(TrustBinding, BindsOnceFromTheSystemDirectory) {
+  const TrustBindingCase& c = GetParam();
+  FakePlatform fake;
+  fake.libraries.setDefaultDllDirectories = c.setDefault;
+  if (!c.wintrustPresent) fake.libraries.systemLibraries.clear();
+  fake.trust.bindError = c.bindError;
+  fake.trust.files = {{L"C:\\work\\kvxfwctl.dll", 0}, {L"C:\\app\\kvxfwctl.dll", 0}};
+  fake.libraries.loadable = {L"C:\\work\\kvxfwctl.dll", L"C:\\app\\kvxfwctl.dll"};
+  platform::ModuleHandle* preloaded = HardenLibrarySearch();
+  fake.libraries.loads.clear();
+
+  for (int run = 0; run < 2; ++run) {
+    LibraryLoadRequest request{L"kvxfwctl.dll", 12};
+    EXPECT_EQ(static_cast<uint32_t>(NCPrivateLoadAndValidateHPLDll(&request)),
+              static_cast<uint32_t>(c.expectedResult));
+    FreeResolvedPath(&request);
+  }
+
+  std::vector<std::wstring> wintrustLoads;
+  for (const auto& load : fake.libraries.loads) {
+    if (load.path.find(L"wintrust") != std::wstring::npos) {
+      wintrustLoads.push_back(load.path);
+      EXPECT_EQ(load.flags, c.expectedFlags);
+    }
+  }
+  EXPECT_EQ(wintrustLoads, std::vector<std::wstring>{c.expectedWintrust});
+  EXPECT_EQ(fake.trust.bound.size(), c.wintrustPresent ? 1u : 0u);
+  const bool bound = c.wintrustPresent && c.bindError == 0;
+  // Verify and close for the current directory's copy, in each of the two runs.
+  EXPECT_EQ(fake.trust.calls.size(), bound ? 4u : 0u);
+  EXPECT_EQ(fake.libraries.ProductLoads().size(), bound ? 2u : 0u);
+  ReleasePreloadedLibraries(preloaded);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Loader, TrustBinding,
+    ::testing::Values(TrustBindingCase{"restricted_search", "present", true, 0, L"wintrust.dll",
+                                       0x800, 0},
+                      TrustBindingCase{"call_fails_flag_found_again", "fails", true, 0,
+                                       L"wintrust.dll", 0x800, 0},
+                      TrustBindingCase{"no_restriction_full_path", "missing", true, 0,
+                                       L"C:\\Windows\\system32\\wintrust.dll", 0, 0},
+                      TrustBindingCase{"wintrust_missing", "present", false, 0, L"wintrust.dll",
+                                       0x800, static_cast<Status>(0x8007007Eu)},
+                      TrustBindingCase{"wintrust_missing_full_path", "missing", false, 0,
+                                       L"C:\\Windows\\system32\\wintrust.dll", 0,
+                                       static_cast<Status>(0x8007007Eu)},
+                      TrustBindingCase{"no_verifier_export", "present", true, 127, L"wintrust.dll",
+                                       0x800, static_cast<Status>(0x8007007Fu)}),
+    [](const ::testing::TestParamInfo<TrustBindingCase>& param) { return param.param.name; });
 
 struct HardeningCase {
   const char* setDefault;
@@ -344,13 +442,28 @@ TEST(LoadSystemLibrary, AbsoluteOrShortNamesAreLoadedAsGiven) {
   EXPECT_EQ(fake.libraries.loads[3].path, L"C:\\Windows\\system32\\abc.dll");
 }
 
-TEST(LoadSystemLibrary, SystemDirectoryTooLongLoadsNothing) {
-  FakePlatform fake;
-  fake.libraries.setDefaultDllDirectories = "missing";
-  fake.libraries.systemDirectory = L"C:\\" + std::wstring(250, L's');
-  ResetLoaderStateForTesting();
-  EXPECT_EQ(LoadSystemLibrary(L"wintrust.dll"), nullptr);
-  EXPECT_TRUE(fake.libraries.loads.empty());
+// The path is built in 260 characters. A system directory that does not fit there is reported
+// by its length alone; the path is then never built from an empty directory ("\\abc", a file in
+// the root of the current drive).
+TEST(LoadSystemLibrary, PathMustFitTwoHundredSixtyCharacters) {
+  struct Case {
+    size_t directoryChars;
+    bool loads;
+  };
+  const Case cases[] = {{255, true}, {256, false}, {259, false}, {260, false}, {400, false}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.directoryChars);
+    FakePlatform fake;
+    fake.libraries.setDefaultDllDirectories = "missing";
+    fake.libraries.systemDirectory = L"C:\\" + std::wstring(c.directoryChars - 3, L's');
+    LoadSystemLibrary(L"abc");
+    if (c.loads) {
+      ASSERT_EQ(fake.libraries.loads.size(), 1u);
+      EXPECT_EQ(fake.libraries.loads[0].path, fake.libraries.systemDirectory + L"\\abc");
+    } else {
+      EXPECT_TRUE(fake.libraries.loads.empty());
+    }
+  }
 }
 
 TEST(LoadSystemLibrary, WithRestrictedSearchTheBareNameIsLoaded) {

@@ -235,6 +235,44 @@ TEST(CoreTest, RegisterAndUnregisterFollowTheScenario) {
   }
 }
 
+// The core knows the identity the program registers under: another is refused, and one that is
+// registered but never unregistered under its own identifier is reported at unload.
+TEST(CoreTest, PointProductIdentifiersAreChecked) {
+  constexpr Guid kOther = {
+      0xEFDC4955, 0x59FD, 0x43CA, {0x95, 0xBA, 0x5D, 0xE8, 0x72, 0x72, 0x12, 0x47}};
+  const std::wstring kStillRegistered =
+      L"kvxfwctl: leak: point product {EFDC4955-59FD-43CA-95BA-5DE872721246} still registered\n";
+  const struct {
+    const char* what;
+    Guid registerAs;
+    Guid unregisterAs;
+    uint64_t reserved;
+    Status registered;
+    Status unregistered;
+    bool reported;
+  } cases[] = {
+      {"own identity", PointProductId, PointProductId, 0, 0, 0, false},
+      {"unknown product", kOther, kOther, 0, Hr(0x80070057), 0, false},
+      {"unregistered as another", PointProductId, kOther, 0, 0, 0, true},
+      {"reserved not zero", PointProductId, PointProductId, 1, 0, Hr(0x80070057), true},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    TestLibrary<CoreState> lib("kvxfwctl", "{}");
+    IRegisterPointProduct* reg = nullptr;
+    CoreGetInterface(lib.state, "VantorRegisterPointProduct3", reinterpret_cast<void**>(&reg));
+    IControl* control = nullptr;
+    EXPECT_EQ(reg->Register(&control, &ControlInterfaceId, &c.registerAs), c.registered);
+    EXPECT_EQ(control != nullptr, c.registered == 0);
+    if (control != nullptr) control->Release();
+    EXPECT_EQ(reg->Unregister(&c.unregisterAs, c.reserved), c.unregistered);
+    reg->Release();
+    lib.state->Unload();
+    EXPECT_EQ(*lib.lines, c.reported ? std::vector<std::wstring>{kStillRegistered}
+                                     : std::vector<std::wstring>{});
+  }
+}
+
 TEST(CoreTest, UnknownNamesAndInterfacesAreRefused) {
   TestLibrary<CoreState> lib("kvxfwctl", "{}");
   void* out = &lib;
@@ -404,6 +442,7 @@ TEST(DebugOutputTest, TracesEachCallAndReportsLeaksInCreationOrder) {
       L"kvxfwctl: NotComDllUnload\n",
       L"kvxfwctl: leak: IRegisterPointProduct still referenced (refs 1)\n",
       L"kvxfwctl: leak: IHighPriorityIpListControl still referenced (refs 1)\n",
+      L"kvxfwctl: leak: point product {EFDC4955-59FD-43CA-95BA-5DE872721246} still registered\n",
       L"kvxfwctl: IHighPriorityIpListControl::Release -> 0\n",
       L"kvxfwctl: IRegisterPointProduct::Release -> 0\n",
   };
@@ -432,7 +471,10 @@ TEST(DebugOutputTest, LeakReportFollowsDebugOptionsAndBadScenarioIsReportedOnce)
     const char* scenario;
     std::vector<std::wstring> expected;  // "<file>" stands for the scenario file
   } cases[] = {
-      {"{}", {L"kvxfwctl: leak: IRegisterPointProduct still referenced (refs 1)\n"}},
+      {"{}",
+       {L"kvxfwctl: leak: IRegisterPointProduct still referenced (refs 1)\n",
+        L"kvxfwctl: leak: point product {EFDC4955-59FD-43CA-95BA-5DE872721246} still "
+        L"registered\n"}},
       {R"({"debug": {"reportLeaks": false}})", {}},
       {R"({"debug": {"trace": false, "reportLeaks": false}, "bogus": 1})",
        {L"kvxfwctl: bad scenario: <file>: /bogus: expected one of the known fields (service, "
