@@ -578,6 +578,12 @@ TEST(ServiceStartType, AsksForTheSizeFirstAndReadsSilently) {
   EXPECT_EQ(CaptureConsole([&] { EXPECT_FALSE(QueryServiceStartType(L"kvxwfpk", &startType)); }),
             "");
   EXPECT_EQ(startType, 9u);
+  EXPECT_EQ(CaptureConsole([&] { EXPECT_FALSE(QueryServiceStartType(L"kvxnlfk", &startType)); }),
+            "Failed to open service [kvxnlfk] [1060]\n");
+  host.scm.openManagerError = 5;
+  EXPECT_EQ(CaptureConsole([&] { EXPECT_FALSE(QueryServiceStartType(L"kvxwfpk", &startType)); }),
+            "Failed to open service control manager [5]\n");
+  EXPECT_EQ(startType, 9u);
   EXPECT_EQ(host.Leftovers(), "");
 }
 
