@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The whole test suite from a fresh Debian machine: installs what it needs, builds the Windows
-# program, and runs the unit and end-to-end tests on the plain build and on the sanitizer build,
-# the end-to-end cases also against the Windows build under Wine.
+# program, and runs the unit and end-to-end tests on the plain build (with every end-to-end case
+# also against the Windows build under Wine) and on the sanitizer build (Linux only: the Windows
+# program is the same for both). CTest runs the tests in parallel (see CMakePresets.json).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "cli/console.h"
 #include "base/format.h"
+#include "cli/console.h"
 #include "cli/handlers.h"
 #include "config/config_parsers.h"
 #include "core/interfaces.h"
@@ -636,6 +636,13 @@ TEST(ConfigParsersTest, DecimalHasAtoiSemanticsAndClamps) {
   } cases[] = {
       {L"42", 42},
       {L"  \t\n42", 42},
+      {L"\v\f\r7", 7},
+      {L"\x0E"
+       L"7",
+       0},
+      {L"\x08"
+       L"7",
+       0},
       {L"+7", 7},
       {L"-5", -5},
       {L"10kb", 10},

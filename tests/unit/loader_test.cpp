@@ -404,12 +404,19 @@ TEST_P(Hardening, RestrictsTheSearchOrPreloadsFromTheSystemDirectory) {
     return;
   }
   ASSERT_NE(preloaded, nullptr);
-  ASSERT_EQ(fake.libraries.loads.size(), 20u);
-  const std::wstring prefix = c.loadPrefix;
-  EXPECT_EQ(fake.libraries.loads.front().path, prefix + L"winnsi.dll");
-  EXPECT_EQ(fake.libraries.loads[6].path, prefix + L"wintrust.dll");
-  EXPECT_EQ(fake.libraries.loads.back().path, prefix + L"ADVAPI32.DLL");
-  for (const auto& load : fake.libraries.loads) EXPECT_EQ(load.flags, c.loadFlags);
+  const std::vector<std::wstring> kPreloaded = {
+      L"winnsi.dll",   L"cabinet.dll",   L"msasn1.dll",   L"secur32.dll",  L"userenv.dll",
+      L"crypt32.dll",  L"wintrust.dll",  L"samlib.dll",   L"SLC.dll",      L"gpapi.dll",
+      L"ncrypt.dll",   L"ntmarta.dll",   L"rsaenh.dll",   L"bcrypt.dll",   L"dnsapi.dll",
+      L"dhcpcsvc.dll", L"dhcpcsvc6.dll", L"iphlpapi.dll", L"FWPUCLNT.DLL", L"ADVAPI32.DLL"};
+  std::vector<std::wstring> asked;
+  for (const auto& load : fake.libraries.loads) {
+    asked.push_back(load.path);
+    EXPECT_EQ(load.flags, c.loadFlags);
+  }
+  std::vector<std::wstring> expected;
+  for (const std::wstring& name : kPreloaded) expected.push_back(c.loadPrefix + name);
+  EXPECT_EQ(asked, expected);
   // The modules that loaded are packed from the front, in list order, and null-terminated.
   EXPECT_EQ(preloaded[0], fake.libraries.ModuleFor(0));
   EXPECT_EQ(preloaded[1], fake.libraries.ModuleFor(1));
