@@ -825,6 +825,11 @@ void AppendFormatNarrow(std::string& out, const char* format, va_list args) {
   Format(sink, format, args);
 }
 
+void AppendFormatNarrowConsole(std::string& out, const char* format, va_list args) {
+  ConsoleSink sink{out};
+  Format(sink, format, args);
+}
+
 std::string WideToUtf8(std::wstring_view text) {
   std::string out;
   out.reserve(text.size());

@@ -50,6 +50,10 @@ class ConsoleFormatter {
 void AppendFormatWide(std::wstring& out, const wchar_t* format, va_list args);
 /// Narrow format ("%s" is a narrow string); appends UTF-8 (narrow text is passed through).
 void AppendFormatNarrow(std::string& out, const char* format, va_list args);
+/// Narrow format whose wide arguments ("%S", "%ls") become the bytes the console writes for wide
+/// text (see AppendFormatConsole), as the runtime's narrow printf converts them under its default
+/// locale; narrow text is passed through.
+void AppendFormatNarrowConsole(std::string& out, const char* format, va_list args);
 
 std::string WideToUtf8(std::wstring_view text);
 /// Malformed UTF-8 bytes become U+FFFD.

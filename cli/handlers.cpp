@@ -3,10 +3,6 @@
 
 #include "cli/handlers.h"
 
-#include <cstdarg>
-#include <string>
-
-#include "base/format.h"
 #include "cli/console.h"
 
 namespace nw {
@@ -17,30 +13,11 @@ void NotAvailable(const wchar_t* option) {
   LastStatus = kStatusNotImplemented;
 }
 
-// The driver commands tell their outcome in words only and never touch the run's status.
-void DriverCommandNotAvailable(const wchar_t* option) {
-  ConsolePrint(L"    %s is not available in this build.\n", option);
-}
-
 }  // namespace
-
-void PrintDriverLog(const char* format, ...) {
-  std::string line;
-  va_list args;
-  va_start(args, format);
-  AppendFormatNarrow(line, format, args);
-  va_end(args);
-  ConsolePrint(L"%hs\n", line.c_str());
-}
 
 void WritePolicyDocument(IPolicyManager*) { NotAvailable(L"-PolicyDisplayXml"); }
 void ShowBlacklist(CoreConnection*, int mode) {
   NotAvailable(mode == 0 ? L"-BlackListDisplay" : L"-BlackListDisplayXml");
-}
-void EnableNdisDriver(DriverLogFn) { DriverCommandNotAvailable(OptionEnableNdis); }
-void EnableWfpDriver(DriverLogFn) { DriverCommandNotAvailable(OptionEnableWfp); }
-void DisableUnusedNetDrivers(CoreConnection*) {
-  DriverCommandNotAvailable(OptionDisableUnusedNetDrivers);
 }
 
 }  // namespace nw

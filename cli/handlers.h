@@ -10,9 +10,10 @@
 
 namespace nw {
 
-/// The narrow printf-style log routine every driver operation takes.
+/// The narrow printf-style log routine every driver operation takes: "%S" and "%ls" take a wide
+/// string, "%hs" a narrow one.
 using DriverLogFn = void (*)(const char* format, ...);
-/// Prints one driver log line through ConsolePrint as "%hs\n".
+/// Prints one driver log line through ConsolePrint as "%hs\n", however long it is.
 void PrintDriverLog(const char* format, ...);
 
 void ShowPolicySummary(IPolicyManager* policyManager);
@@ -33,6 +34,7 @@ void TrafficLogChange(CoreConnection& connection, CommandCode code, const wchar_
 void ConfigChange(CoreConnection& connection, CommandCode code, const wchar_t* value, bool allowOn);
 /// Resets every global setting to the core's default (code 18, refused by the dispatcher).
 void ConfigReset(CoreConnection& connection);
+/// The driver commands (drivers/): they never write LastStatus.
 void EnableNdisDriver(DriverLogFn log);
 void EnableWfpDriver(DriverLogFn log);
 void DisableUnusedNetDrivers(CoreConnection* connection);

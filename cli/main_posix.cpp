@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "cli/dispatcher.h"
 #include "base/format.h"
+#include "cli/dispatcher.h"
 #include "sim/host/host_state.h"
 
 int main(int argc, char** argv) {
@@ -23,5 +23,9 @@ int main(int argc, char** argv) {
   std::vector<const wchar_t*> wideArgv;
   for (const auto& arg : args) wideArgv.push_back(arg.c_str());
   wideArgv.push_back(nullptr);
-  return nw::RunNetwarden(argc, wideArgv.data());
+  const int32_t status = nw::RunNetwarden(argc, wideArgv.data());
+  // What a real host would keep after the process ends (an open write lock, a lifted key lock)
+  // the emulated host reports to the debugger output, with anything else left open.
+  nw::sim::ReportHostLeaks();
+  return status;
 }

@@ -11,9 +11,11 @@ target_link_libraries(nw_debug_log PUBLIC nw_base)
 add_library(nw_host_state STATIC sim/host/host_state.cpp sim/common/json_util.cpp
   sim/common/atomic_file_posix.cpp
   sim/common/read_file_posix.cpp
-  sim/host/host_clock.cpp)
+  sim/host/host_clock.cpp
+  sim/host/host_services.cpp)
 target_include_directories(nw_host_state PUBLIC ${CMAKE_SOURCE_DIR})
 target_link_libraries(nw_host_state PUBLIC nlohmann_json::nlohmann_json nw_base)
+target_link_libraries(nw_host_state PUBLIC nw_debug_log)
 
 add_library(nw_platform STATIC
   platform/posix/paths_posix.cpp
@@ -23,7 +25,13 @@ add_library(nw_platform STATIC
   platform/posix/process_posix.cpp
   platform/posix/uuid_posix.cpp
   platform/posix/standard_output_posix.cpp
-  platform/posix/clock_posix.cpp)
+  platform/posix/clock_posix.cpp
+  platform/posix/last_error_posix.cpp
+  platform/posix/service_manager_posix.cpp
+  platform/posix/net_config_posix.cpp
+  platform/posix/named_mutex_posix.cpp
+  platform/posix/os_version_posix.cpp
+  platform/posix/self_protection_posix.cpp)
 target_include_directories(nw_platform PUBLIC ${CMAKE_SOURCE_DIR})
 target_link_libraries(nw_platform PUBLIC nw_debug_log nw_host_state OpenSSL::Crypto PkgConfig::UUID
   ${CMAKE_DL_LIBS})

@@ -32,7 +32,15 @@ add_library(nw_platform STATIC
   platform/win32/process_win32.cpp
   platform/win32/uuid_win32.cpp
   platform/win32/standard_output_win32.cpp
-  platform/win32/clock_win32.cpp)
+  platform/win32/clock_win32.cpp
+  platform/win32/last_error_win32.cpp
+  platform/win32/service_manager_win32.cpp
+  platform/win32/net_config_win32.cpp
+  platform/win32/named_mutex_win32.cpp
+  platform/win32/os_version_win32.cpp
+  platform/win32/self_protection_win32.cpp)
 target_include_directories(nw_platform PUBLIC ${CMAKE_SOURCE_DIR})
 # wintrust is bound at run time from the system directory, so it is not linked.
 target_link_libraries(nw_platform PUBLIC nw_debug_log advapi32 ws2_32 rpcrt4)
+# COM, for the network configuration.
+target_link_libraries(nw_platform PUBLIC ole32)

@@ -13,6 +13,8 @@ inline const RegistryKey kHKeyLocalMachine =
     reinterpret_cast<RegistryKey>(static_cast<intptr_t>(static_cast<int32_t>(0x80000002u)));
 
 inline constexpr uint32_t kKeyRead = 0x20019;
+inline constexpr uint32_t kKeySetValue = 0x0002;
+inline constexpr uint32_t kKeyCreateSubKey = 0x0004;
 inline constexpr uint32_t kKeyWow64_32Key = 0x0200;
 
 inline constexpr uint32_t kRegSz = 1;
@@ -28,7 +30,8 @@ class Registry {
  public:
   virtual ~Registry() = default;
 
-  /// Opens root\subKey with the access mask (kKeyWow64_32Key selects the 32-bit view).
+  /// Opens root\subKey with the access mask (kKeyWow64_32Key selects the 32-bit view). root is
+  /// kHKeyLocalMachine or a key this registry opened.
   virtual uint32_t OpenKey(RegistryKey root, const wchar_t* subKey, uint32_t access,
                            RegistryKey* key) = 0;
   /// Reads a value. data may be null to ask for the size. *size is the capacity in bytes on

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <set>
 #include <string>
 
 #include "core/status.h"
@@ -44,27 +45,44 @@ bool KeyExists(const std::wstring& path) {
   return false;
 }
 
+std::set<platform::OpenKey*>& LiveKeys() {
+  static std::set<platform::OpenKey*> keys;
+  return keys;
+}
+
+/// The open key a handle stands for; null for anything this registry did not hand out.
+platform::OpenKey* Live(RegistryKey key) {
+  auto* open = static_cast<platform::OpenKey*>(key);
+  return LiveKeys().count(open) != 0 ? open : nullptr;
+}
+
 class PosixRegistry final : public Registry {
  public:
   uint32_t OpenKey(RegistryKey root, const wchar_t* subKey, uint32_t access,
                    RegistryKey* key) override {
     *key = nullptr;
     if (auto fault = sim::HostFault("RegOpenKeyEx")) return static_cast<uint32_t>(*fault);
-    if (root != kHKeyLocalMachine) return kErrorInvalidHandle;
+    // A key is opened below the predefined root or below a key opened before.
+    const platform::OpenKey* parent = root != kHKeyLocalMachine ? Live(root) : nullptr;
+    if (root != kHKeyLocalMachine && parent == nullptr) return kErrorInvalidHandle;
     if (subKey == nullptr) return kErrorInvalidParameter;
-    std::wstring path = L"HKEY_LOCAL_MACHINE";
+    std::wstring path = parent != nullptr ? parent->path : L"HKEY_LOCAL_MACHINE";
     std::wstring sub = sim::UpperAscii(subKey);
     while (!sub.empty() && sub.back() == L'\\') sub.pop_back();
     if (!sub.empty()) path += L"\\" + sub;
     path = ViewPath(path, access);
     if (!KeyExists(path)) return kErrorFileNotFound;
-    *key = new (std::nothrow) platform::OpenKey{path};
-    return *key == nullptr ? kErrorOutOfMemory : 0;
+    auto* opened = new (std::nothrow) platform::OpenKey{path};
+    if (opened == nullptr) return kErrorOutOfMemory;
+    LiveKeys().insert(opened);
+    ++sim::Usage().registryKeys;
+    *key = opened;
+    return 0;
   }
 
   uint32_t QueryValue(RegistryKey key, const wchar_t* name, uint32_t* type, void* data,
                       uint32_t* size) override {
-    if (key == nullptr) return kErrorInvalidHandle;
+    if (Live(key) == nullptr) return kErrorInvalidHandle;
     if (auto fault = sim::HostFault("RegQueryValueEx")) return static_cast<uint32_t>(*fault);
     const auto& registry = sim::Host().registry;
     auto values = registry.find(static_cast<platform::OpenKey*>(key)->path);
@@ -86,8 +104,11 @@ class PosixRegistry final : public Registry {
 
   uint32_t SetValue(RegistryKey key, const wchar_t* name, uint32_t type, const void* data,
                     uint32_t size) override {
-    if (key == nullptr) return kErrorInvalidHandle;
+    if (Live(key) == nullptr) return kErrorInvalidHandle;
     if (auto fault = sim::HostFault("RegSetValueEx")) return static_cast<uint32_t>(*fault);
+    // The self-protection component guards the keys of the services it protects.
+    const std::wstring service = sim::ServiceOfKeyPath(static_cast<platform::OpenKey*>(key)->path);
+    if (!service.empty() && sim::ServiceKeyLocked(service)) return kErrorAccessDenied;
     sim::RegistryValue value;
     value.name = name == nullptr ? L"" : name;
     value.type = type;
@@ -101,8 +122,11 @@ class PosixRegistry final : public Registry {
   }
 
   uint32_t CloseKey(RegistryKey key) override {
-    if (key == nullptr) return kErrorInvalidHandle;
-    delete static_cast<platform::OpenKey*>(key);
+    platform::OpenKey* open = Live(key);
+    if (open == nullptr) return kErrorInvalidHandle;
+    LiveKeys().erase(open);
+    delete open;
+    --sim::Usage().registryKeys;
     return 0;
   }
 };

@@ -116,9 +116,11 @@ bool ParseDrives(JsonChecker& check, const Json& drives, HostState* host) {
 bool Parse(const Json& doc, JsonChecker& check, HostState* host) {
   if (!check.Object(doc, "",
                     {"registry", "systemDirectory", "setDefaultDllDirectories", "systemLibraries",
-                     "signatures", "trustedSha256", "faults", "drives", "clock"})) {
+                     "signatures", "trustedSha256", "faults", "drives", "clock", "services",
+                     "netcfg", "mutexes", "osVersion", "selfProtection"})) {
     return false;
   }
+  if (!ParseDriverHost(doc, check, &host->drivers)) return false;
   if (doc.contains("registry")) {
     const Json& reg = doc["registry"];
     if (!check.Object(reg, "/registry")) return false;
@@ -195,10 +197,12 @@ bool Parse(const Json& doc, JsonChecker& check, HostState* host) {
     for (const auto& item : doc["faults"].items()) {
       bool known = false;
       for (const char* k : kKnown) known = known || item.key() == k;
+      for (const char* k : kDriverHostFaults) known = known || item.key() == k;
       const std::string path = JsonPath("/faults", item.key());
       if (!known) {
         std::string names;
         for (const char* k : kKnown) names += (names.empty() ? "" : ", ") + std::string(k);
+        for (const char* k : kDriverHostFaults) names += ", " + std::string(k);
         return check.Fail(path, "one of the known faults (" + names + ")");
       }
       int32_t status = 0;

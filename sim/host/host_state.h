@@ -13,6 +13,7 @@
 
 #include "sim/common/json_util.h"
 #include "sim/host/host_clock.h"
+#include "sim/host/host_services.h"
 
 namespace nw::sim {
 
@@ -44,6 +45,8 @@ struct HostState {
   std::map<std::string, int32_t> faults;
   /// A scripted clock in place of the host's own, when the file has one.
   std::optional<HostClock> clock;
+  /// Services, network configuration, mutexes, OS version and self-protection.
+  DriverHost drivers;
 
   std::string file;  // empty: no host file
   Json document;     // the file as read, so that writes keep what they do not change

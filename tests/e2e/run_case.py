@@ -28,6 +28,8 @@ A case is a folder:
                     optional; the scenario the core must have saved by the end: compared as
                     JSON with the run's copy of scenario.json or, for a case without one, with
                     the state file the core keeps beside itself ("null": no such file)
+  host.after.json   optional; the host state the emulated host must have written back by the
+                    end: compared as JSON with the run's copy of host.json (Linux only)
 In host.json and scenario.json, {ROOT} stands for the temporary root as a Windows-form path
 written for JSON; in stdout and debug.log it stands for the same path as plain text, and
 {NATIVE_ROOT} for the root as the operating system writes it, and {EXE} for the program's file
@@ -158,18 +160,19 @@ def core_state_file(root, layout):
     return os.path.join(root, folder, "kvx-sim-state.json") if folder is not None else None
 
 
-def check_scenario_after(case_dir, saved_file, json_root, failures):
-    """Compares what the core saved with scenario.after.json, when the case has one."""
-    text = read_text(os.path.join(case_dir, "scenario.after.json"))
+def check_scenario_after(case_dir, saved_file, json_root, failures,
+                         expectation="scenario.after.json", what="saved scenario"):
+    """Compares what the core (or the emulated host) saved with the case's expectation."""
+    text = read_text(os.path.join(case_dir, expectation))
     if text is None:
         return
     expected = json.loads(text.replace("{ROOT}", json_root))
     actual_text = read_text(saved_file) if saved_file is not None else None
     actual = json.loads(actual_text) if actual_text is not None else None
     if actual != expected:
-        show_difference("saved scenario", json.dumps(expected, indent=2) + "\n",
+        show_difference(what, json.dumps(expected, indent=2) + "\n",
                         json.dumps(actual, indent=2) + "\n")
-        failures.append("saved scenario")
+        failures.append(what)
 
 
 def run_before(case_dir, command, cwd, env, failures):
@@ -244,6 +247,8 @@ def run(build_dir, case_dir):
             failures.append(f"status {status}, expected {expected_status.strip()}")
         check_scenario_after(case_dir, env.get("KVX_SIM_STATE", core_state_file(root, layout)),
                              json_root, failures)
+        check_scenario_after(case_dir, env.get("NETWARDEN_HOST"), json_root, failures,
+                             "host.after.json", "host state written back")
         if expected_debug is not None:
             if debug != expand(expected_debug):
                 show_difference("debug log", expand(expected_debug), debug)
@@ -375,6 +380,8 @@ def run_wine(build_dir, prepared_dir, case_dir):
     if others:
         return skip(case_dir, "host.json sets what only the emulated host can be told: " +
                     ", ".join(others))
+    if os.path.exists(os.path.join(case_dir, "host.after.json")):
+        return skip(case_dir, "host.after.json describes the emulated host's file")
     args, expected_stdout, expected_status, expected_debug = read_expectations(case_dir)
     program = read_program(case_dir) + ".exe"
     if expected_debug is not None and EMULATED_MISSING_FILE in expected_debug:
