@@ -1,6 +1,7 @@
 #include "policy/policy_listing.h"
 
 #include "cli/console.h"
+#include "cli/core_connection.h"
 #include "cli/handlers.h"
 #include "core/policy_values.h"
 #include "policy/match_render.h"
@@ -8,10 +9,6 @@
 
 namespace nw {
 namespace {
-
-/// A core that reports success but hands out no object: the invalid-pointer HRESULT, so that
-/// the step fails in its own words instead of crashing.
-constexpr Status kStatusNoObject = static_cast<Status>(0x80004003u);
 
 // The only two types the views list, in the order they list them.
 constexpr int32_t kListedTypes[] = {FW_POLICY_TYPE_PACKET, FW_POLICY_TYPE_STREAM};
@@ -29,16 +26,14 @@ const Guid* GuidsOf(IGuidList* list, uint64_t* count) {
 
 Status FetchPolicy(IPolicyManager* manager, const Guid* uid, IPolicy** policy) {
   *policy = nullptr;
-  const Status status = manager->GetExistingPolicy(policy, uid);
-  if (status == kStatusOk && *policy == nullptr) return kStatusNoObject;
-  return status;
+  return ObtainObject(policy, [&] { return manager->GetExistingPolicy(policy, uid); });
 }
 
 // One type's list; a failure is printed and leaves *list null.
 Status QueryList(IPolicyManager* manager, int32_t policyType, IGuidList** list) {
   *list = nullptr;
-  Status status = manager->GetExistingPolicyList(list, policyType);
-  if (status == kStatusOk && *list == nullptr) status = kStatusNoObject;
+  const Status status =
+      ObtainObject(list, [&] { return manager->GetExistingPolicyList(list, policyType); });
   if (status != kStatusOk) {
     ConsolePrint(L"GetExistingPolicyList returned error 0x%X!\n", status);
     *list = nullptr;
