@@ -12,6 +12,7 @@
 #include "platform/net_config.h"
 #include "platform/registry.h"
 #include "platform/service_manager.h"
+#include "policy/policy_listing.h"
 
 namespace nw {
 namespace {
@@ -22,11 +23,6 @@ constexpr const wchar_t* kVersionMutex = L"Global\\kvxhidin";
 constexpr uint32_t kVersionChars = 100;
 constexpr const wchar_t* kComponentKeyPath =
     L"SYSTEM\\CurrentControlSet\\Services\\kvxmms\\Services\\kvxfire";
-
-// Until the policy listings land on this branch, the evaluation treats every policy query as
-// failed, which by the rule for a failing query means that policies are present: no driver is
-// disabled on the strength of an answer nobody gave.
-bool PoliciesAssumedPresent(IPolicyManager*) { return true; }
 
 class ScmHandle {
  public:
@@ -99,8 +95,8 @@ void ParseVersion(const wchar_t* text, HostBaseVersion* version) {
 }  // namespace
 
 LoadStateSteps DefaultLoadStateSteps() {
-  return {RequestDriverReevaluation, PoliciesAssumedPresent, PoliciesAssumedPresent,
-          DisableWfpDriver,          EnableNdisDriver,       DisableNdisDriver};
+  return {RequestDriverReevaluation, HasAnyPolicies,   HasPacketPolicies,
+          DisableWfpDriver,          EnableNdisDriver, DisableNdisDriver};
 }
 
 void DisableUnusedNetDrivers(CoreConnection* connection) {
