@@ -602,7 +602,7 @@ bool Convert(Sink& sink, const Directive& directive, Length length, int conv, Ar
 
 // A conversion as a format writes it. A width or precision written as '*' is read from the
 // arguments each time the conversion is printed.
-struct Spec {
+struct ParsedDirective {
   Directive directive;
   Length length = Length::kDefault;
   int conv = 0;
@@ -612,38 +612,38 @@ struct Spec {
 
 // Parses what follows a '%' at p and leaves p on the conversion character.
 template <class CharT>
-Spec ParseSpec(const CharT*& p) {
-  Spec spec;
-  while (ApplyFlag(spec.directive, static_cast<int>(*p))) ++p;
+ParsedDirective ParseDirective(const CharT*& p) {
+  ParsedDirective parsed;
+  while (ApplyFlag(parsed.directive, static_cast<int>(*p))) ++p;
   if (*p == '*') {
     ++p;
-    spec.widthFromArgs = true;
+    parsed.widthFromArgs = true;
   } else {
-    spec.directive.width = ParseNumber(p);
+    parsed.directive.width = ParseNumber(p);
   }
   if (*p == '.') {
     ++p;
     if (*p == '*') {
       ++p;
-      spec.precisionFromArgs = true;
+      parsed.precisionFromArgs = true;
     } else {
-      spec.directive.precision = ParseNumber(p);
+      parsed.directive.precision = ParseNumber(p);
     }
   }
-  spec.length = ParseLength(p);
-  spec.conv = static_cast<int>(*p);
-  return spec;
+  parsed.length = ParseLength(p);
+  parsed.conv = static_cast<int>(*p);
+  return parsed;
 }
 
-// The directive of spec with its '*' values taken from the arguments, width first.
-Directive Resolve(const Spec& spec, Args& args) {
-  Directive directive = spec.directive;
-  if (spec.widthFromArgs) {
+// The parsed directive with its '*' values taken from the arguments, width first.
+Directive Resolve(const ParsedDirective& parsed, Args& args) {
+  Directive directive = parsed.directive;
+  if (parsed.widthFromArgs) {
     const int width = va_arg(args.ap, int);
     directive.left |= width < 0;
     directive.width = width == INT_MIN ? INT_MAX : width < 0 ? -width : width;
   }
-  if (spec.precisionFromArgs) {
+  if (parsed.precisionFromArgs) {
     const int precision = va_arg(args.ap, int);
     directive.precision = precision < 0 ? -1 : precision;  // a negative one counts as none
   }
@@ -663,9 +663,9 @@ void Format(Sink& sink, const CharT* format, va_list ap) {
       continue;
     }
     const CharT* start = p++;
-    const Spec spec = ParseSpec(p);
-    const Directive directive = Resolve(spec, args);
-    if (Convert<CharT>(sink, directive, spec.length, spec.conv, args)) {
+    const ParsedDirective parsed = ParseDirective(p);
+    const Directive directive = Resolve(parsed, args);
+    if (Convert<CharT>(sink, directive, parsed.length, parsed.conv, args)) {
       ++p;
     } else {
       // An unknown conversion, or a format that ends inside one, is printed as written; its
@@ -681,7 +681,7 @@ void Format(Sink& sink, const CharT* format, va_list ap) {
 struct CompiledPiece {
   enum class Kind { kText, kConversion, kUnknown };
   Kind kind = Kind::kText;
-  Spec spec;
+  ParsedDirective parsed;
   std::string text;
   std::size_t units = 0;
 };
@@ -709,14 +709,14 @@ void Compile(const wchar_t* format, CompiledFormat& compiled) {
       continue;
     }
     const wchar_t* start = p++;
-    const Spec spec = ParseSpec(p);
-    if (Classify(spec.conv) != Conversion::kUnknown) {
-      compiled.pieces.push_back({CompiledPiece::Kind::kConversion, spec, {}, 0});
+    const ParsedDirective parsed = ParseDirective(p);
+    if (Classify(parsed.conv) != Conversion::kUnknown) {
+      compiled.pieces.push_back({CompiledPiece::Kind::kConversion, parsed, {}, 0});
       ++p;
     } else {
       // Printed as written, as Format does; a '*' in it still takes its argument.
-      if (spec.widthFromArgs || spec.precisionFromArgs) {
-        compiled.pieces.push_back({CompiledPiece::Kind::kUnknown, spec, {}, 0});
+      if (parsed.widthFromArgs || parsed.precisionFromArgs) {
+        compiled.pieces.push_back({CompiledPiece::Kind::kUnknown, parsed, {}, 0});
       }
       AppendConsoleText(compiled.pieces.back(), start, p);
     }
@@ -788,9 +788,9 @@ std::string_view ConsoleFormatter::Format(const wchar_t* format, va_list ap, std
     va_copy(args.ap, ap);
     for (const CompiledPiece& piece : compiled.pieces) {
       if (piece.kind != CompiledPiece::Kind::kText) {
-        const Directive directive = Resolve(piece.spec, args);
+        const Directive directive = Resolve(piece.parsed, args);
         if (piece.kind == CompiledPiece::Kind::kConversion) {
-          Convert<wchar_t>(sink, directive, piece.spec.length, piece.spec.conv, args);
+          Convert<wchar_t>(sink, directive, piece.parsed.length, piece.parsed.conv, args);
         }
       }
       if (!piece.text.empty()) {

@@ -239,12 +239,12 @@ struct PolicySpec {
 
 class FakePolicy final : public IPolicy {
  public:
-  FakePolicy(CallLog& log, const PolicySpec& spec) : log_(log), spec_(spec) {
-    for (const auto& a : spec.aggregates) {
+  FakePolicy(CallLog& log, const PolicySpec& shape) : log_(log), spec_(shape) {
+    for (const auto& a : shape.aggregates) {
       aggregates_.emplace_back(a.name, a.orOperator);
       aggregateMatches_.push_back(Matches(a.matches));
     }
-    for (const auto& group : spec.groups) {
+    for (const auto& group : shape.groups) {
       groups_.emplace_back();
       auto& rules = rules_.emplace_back();
       for (const auto& r : group) {
@@ -404,9 +404,9 @@ class FakeManager final : public IPolicyManager {
       if (f.uid == *uid && f.fetch == fetch) return f.status;
     }
     if (nullPolicy) return kStatusOk;
-    for (auto& [id, spec] : policies) {
+    for (auto& [id, shape] : policies) {
       if (id == *uid) {
-        *out = objects_.emplace_back(std::make_unique<FakePolicy>(log_, spec)).get();
+        *out = objects_.emplace_back(std::make_unique<FakePolicy>(log_, shape)).get();
         return kStatusOk;
       }
     }
