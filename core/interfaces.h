@@ -277,14 +277,56 @@ class IMatchTerms {
   ~IMatchTerms() = default;
 };
 
-/// The high-priority IP list (blacklist) control. Its list operations follow Release.
+class IIpRangeList;
+
+/// The high-priority IP list (blacklist) control: one log option for the whole list and the
+/// list of address ranges, read as a snapshot or replaced, extended and reduced by a built one.
 class IHighPriorityIpListControl {
  public:
   virtual Status Unused0() = 0;
   virtual uint32_t Release() = 0;
+  /// The log option (FW_LOG_OPTION) of the list about to be built; the result is not used.
+  virtual Status SetLogOption(int32_t logOption) = 0;
+  /// The list's log option (FW_LOG_OPTION).
+  virtual Status GetExistingLogOption(int32_t* logOption) = 0;
+  /// A snapshot of the current ranges; the caller releases it.
+  virtual Status GetExistingList(IIpRangeList** out) = 0;
+  /// An empty list to fill with ranges for AppendList, DeleteList or SetNewList.
+  virtual Status GetListBuilder(IIpRangeList** out) = 0;
+  virtual Status AppendList(IIpRangeList* list) = 0;
+  virtual Status DeleteList(IIpRangeList* list) = 0;
+  virtual Status SetNewList(IIpRangeList* list) = 0;
 
  protected:
   ~IHighPriorityIpListControl() = default;
+};
+
+/// A list of address ranges, addressed by a zero-based index below GetCount. IPv4 ends are bare
+/// 32-bit values with the first octet in the lowest byte; IPv6 ends are 16 bytes in network
+/// order that belong to the list.
+class IIpRangeList {
+ public:
+  virtual Status Unused0() = 0;
+  virtual uint32_t Release() = 0;
+  virtual uint64_t GetCount() = 0;
+  virtual Status AddIpV4Range(uint32_t low, uint32_t high, uint32_t timeToLive) = 0;
+  virtual Status AddIpV6Range(const uint8_t* low, const uint8_t* high, uint32_t timeToLive) = 0;
+  virtual Status Unused5() = 0;
+  virtual Status Unused6() = 0;
+  virtual uint32_t GetLowV4(uint64_t index) = 0;
+  virtual const uint8_t* GetLowV6(uint64_t index) = 0;
+  virtual uint32_t GetHighV4(uint64_t index) = 0;
+  virtual const uint8_t* GetHighV6(uint64_t index) = 0;
+  /// 0xFFFFFFFF: the range never expires.
+  virtual uint32_t GetTimeToLive(uint64_t index) = 0;
+  virtual uint32_t GetTimeRemaining(uint64_t index) = 0;
+  /// Whether the core created the range by itself.
+  virtual bool GetAutoCreate(uint64_t index) = 0;
+  /// 4 or 6.
+  virtual int32_t GetIpVersion(uint64_t index) = 0;
+
+ protected:
+  ~IIpRangeList() = default;
 };
 
 /// A snapshot of the core's global configuration and state. Refresh fills it; the getters read

@@ -17,18 +17,6 @@ const wchar_t* NameText(const wchar_t* name) { return name != nullptr ? name : L
 const wchar_t* YesNo(bool value) { return value ? L"yes" : L"no"; }
 const wchar_t* TrueFalse(bool value) { return value ? L"true" : L"false"; }
 
-// The identifiers of a list; none when the core hands out a null array.
-const Guid* GuidsOf(IGuidList* list, uint64_t* count) {
-  const Guid* guids = list->GetGuids();
-  if (guids == nullptr) *count = 0;
-  return guids;
-}
-
-Status FetchPolicy(IPolicyManager* manager, const Guid* uid, IPolicy** policy) {
-  *policy = nullptr;
-  return ObtainObject(policy, [&] { return manager->GetExistingPolicy(policy, uid); });
-}
-
 // One type's list; a failure is printed and leaves *list null.
 Status QueryList(IPolicyManager* manager, int32_t policyType, IGuidList** list) {
   *list = nullptr;
@@ -110,6 +98,17 @@ void WalkTakingJumps(IPolicy* policy) {
 
 }  // namespace
 
+const Guid* PolicyGuids(IGuidList* list, uint64_t* count) {
+  const Guid* guids = list->GetGuids();
+  if (guids == nullptr) *count = 0;
+  return guids;
+}
+
+Status FetchPolicy(IPolicyManager* manager, const Guid* uid, IPolicy** policy) {
+  *policy = nullptr;
+  return ObtainObject(policy, [&] { return manager->GetExistingPolicy(policy, uid); });
+}
+
 Status ListPolicies(IPolicyManager* manager, int32_t policyType, IGuidList** list, uint64_t* count,
                     int printHeader) {
   *count = 0;
@@ -135,7 +134,7 @@ void ShowPolicyTypeSummary(IPolicyManager* manager, int32_t policyType) {
   uint64_t count = 0;
   LastStatus = ListPolicies(manager, policyType, &list, &count, 1);
   if (LastStatus != kStatusOk) return;
-  const Guid* guids = GuidsOf(list, &count);
+  const Guid* guids = PolicyGuids(list, &count);
   for (uint64_t i = 0; i < count; ++i) {
     wchar_t uid[kGuidTextCapacity];
     FormatGuid(uid, &guids[i]);
@@ -160,7 +159,7 @@ void ShowPolicyType(IPolicyManager* manager, int32_t policyType) {
   uint64_t count = 0;
   LastStatus = ListPolicies(manager, policyType, &list, &count, 1);
   if (LastStatus != kStatusOk) return;
-  const Guid* guids = GuidsOf(list, &count);
+  const Guid* guids = PolicyGuids(list, &count);
   bool fetchFailed = false;
   for (uint64_t i = 0; i < count; ++i) {
     IPolicy* policy = nullptr;
@@ -230,7 +229,7 @@ void DeleteAllPolicies(IPolicyManager* manager) {
     }
     LastStatus = kStatusOk;
     uint64_t count = list->GetCount();
-    const Guid* guids = GuidsOf(list, &count);
+    const Guid* guids = PolicyGuids(list, &count);
     for (uint64_t i = 0; i < count; ++i) {
       wchar_t uid[kGuidTextCapacity];
       FormatGuid(uid, &guids[i]);

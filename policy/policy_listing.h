@@ -19,6 +19,12 @@ namespace nw {
 Status ListPolicies(IPolicyManager* manager, int32_t policyType, IGuidList** list, uint64_t* count,
                     int printHeader);
 
+/// The identifiers of a list fetched by ListPolicies; a null array sets *count to 0.
+const Guid* PolicyGuids(IGuidList* list, uint64_t* count);
+/// GetExistingPolicy into *policy (null unless it succeeds); a core that reports success
+/// without a policy fails with 0x80004003.
+Status FetchPolicy(IPolicyManager* manager, const Guid* uid, IPolicy** policy);
+
 /// One type's half of the summary: each policy's identifier, name and three flags. A policy
 /// that cannot be fetched is reported and the next one is tried.
 void ShowPolicyTypeSummary(IPolicyManager* manager, int32_t policyType);

@@ -1,4 +1,4 @@
-// Generated table entries: each one a pure function of the table's seed and the entry's index,
+// Generated table entries (and blacklist ranges): each one a pure function of the table's seed and the entry's index,
 // so a table of any size costs nothing until an entry is asked for, and asking twice gives the
 // same entry. The mix is that of a busy small host: mostly IPv4, mostly TCP, a few ICMP
 // exchanges, some other protocol now and then.
@@ -45,6 +45,7 @@ class Mixer {
 constexpr uint64_t kConnectionTable = 1;
 constexpr uint64_t kEndpointTable = 2;
 constexpr uint64_t kProcessTable = 3;
+constexpr uint64_t kBlacklistTable = 4;
 
 IpAddress Ipv4(uint8_t a, uint8_t b, uint8_t c, uint8_t d) {
   IpAddress address{};
@@ -171,6 +172,34 @@ ProcessEntry GenerateProcess(uint64_t seed, uint64_t index) {
     entry.md5[8 + i] = static_cast<uint8_t>(low >> (8 * i));
   }
   return entry;
+}
+
+// A blacklist of addresses that attacked the host: mostly single IPv4 addresses or small IPv4
+// blocks, some IPv6 prefixes, most of them made by the core itself and expiring, a few listed
+// for good by an administrator.
+BlacklistRange GenerateBlacklistRange(uint64_t seed, uint64_t index) {
+  Mixer mix(seed, index, kBlacklistTable);
+  BlacklistRange range;
+  if (mix.Below(5) == 0) {
+    range.low = RemoteIpv6(mix);
+    range.high = range.low;
+    for (int i = 8; i < 16; ++i) range.high.bytes[i] = 0xFF;
+    range.version = 6;
+  } else {
+    range.low = RemoteIpv4(mix);
+    range.high = range.low;
+    if (mix.Below(3) == 0) {
+      range.low.bytes[3] = 0;
+      range.high.bytes[3] = 255;
+    }
+    range.version = 4;
+  }
+  range.autoCreate = mix.Below(4) != 0;
+  if (range.autoCreate) {
+    range.timeToLive = 60 * (1 + mix.Below(1440));
+    range.timeRemaining = mix.Below(range.timeToLive);
+  }
+  return range;
 }
 
 std::optional<uint64_t> GeneratedProcessIndex(const GeneratedEntries& generated,

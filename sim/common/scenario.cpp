@@ -373,6 +373,7 @@ constexpr Section kSections[] = {
     {"connections", ParseConnections},
     {"endpoints", ParseEndpoints},
     {"processes", ParseProcesses},
+    {"blacklist", ParseBlacklist},
     {"policies", ParsePolicySection},  // the policy store (scenario_policies.cpp)
 };
 

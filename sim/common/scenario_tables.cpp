@@ -266,6 +266,20 @@ bool ParseProcess(JsonChecker& check, const Json& v, const std::string& path, Pr
          ReadBool(check, v, path, "trusted", &out->trusted) && ReadMd5(check, v, path, out->md5);
 }
 
+bool ParseBlacklistRange(JsonChecker& check, const Json& v, const std::string& path,
+                         BlacklistRange* out) {
+  const Fields fields = {"low", "high", "version", "ttl", "remaining", "autoCreate"};
+  if (!check.Object(v, path, fields) || !ReadAddress(check, v, path, "low", &out->low) ||
+      !ReadAddress(check, v, path, "high", &out->high)) {
+    return false;
+  }
+  out->version = static_cast<int32_t>(out->low.version);
+  return ReadSigned(check, v, path, "version", &out->version) &&
+         ReadNumber(check, v, path, "ttl", &out->timeToLive) &&
+         ReadNumber(check, v, path, "remaining", &out->timeRemaining) &&
+         ReadBool(check, v, path, "autoCreate", &out->autoCreate);
+}
+
 // What every big table has: its entries, the generated ones and the scripted counts.
 template <class Entry, class ParseEntry>
 bool ParseTable(JsonChecker& check, const Json& v, const std::string& path,
@@ -344,6 +358,14 @@ bool ParseEndpoints(JsonChecker& check, const Json& v, const std::string& path, 
 bool ParseProcesses(JsonChecker& check, const Json& v, const std::string& path, Scenario* s) {
   return check.Object(v, path, {"entries", "generate", "counts"}) &&
          ParseTable(check, v, path, &s->tables.processes, ParseProcess);
+}
+
+bool ParseBlacklist(JsonChecker& check, const Json& v, const std::string& path, Scenario* s) {
+  BlacklistScenario& blacklist = s->tables.blacklist;
+  return check.Object(v, path, {"logOption", "entries", "generate", "counts"}) &&
+         ReadSigned(check, v, path, "logOption", &blacklist.logOption) &&
+         ParseTable(check, v, path, static_cast<TableScenario<BlacklistRange>*>(&blacklist),
+                    ParseBlacklistRange);
 }
 
 uint16_t StoredPort(uint8_t protocol, uint16_t port) {

@@ -1,7 +1,8 @@
 #pragma once
 
 // The core's runtime tables as a scenario describes them: the IP configuration (adapters and
-// the host's addresses), the connection state table, the opened endpoints and the processes.
+// the host's addresses), the connection state table, the opened endpoints, the processes and
+// the high-priority IP list (blacklist).
 // The three big tables can also be generated, any number of entries from a seed, computed
 // from the index when asked for, so that neither the file nor the simulated core grows with
 // them.
@@ -106,6 +107,24 @@ struct ConnectionsScenario : TableScenario<ConnectionEntry> {
   int64_t bytesReceived = 0;
 };
 
+/// One range of the high-priority IP list (blacklist). version is what the core answers when
+/// asked for the range's IP version: by default the low end's, but a scenario may give any
+/// number. An IPv4 end keeps its address in the first four bytes.
+struct BlacklistRange {
+  IpAddress low{};
+  IpAddress high{};
+  int32_t version = 4;
+  /// 0xFFFFFFFF: the range never expires.
+  uint32_t timeToLive = 0xFFFFFFFF;
+  uint32_t timeRemaining = 0;
+  bool autoCreate = false;
+};
+
+/// The blacklist: the list's log option and its ranges (listed, then generated).
+struct BlacklistScenario : TableScenario<BlacklistRange> {
+  int32_t logOption = 0;
+};
+
 struct RuntimeTables {
   /// Null: the IP configuration hands out no adapter enumerator.
   std::optional<std::vector<AdapterScenario>> adapters = std::vector<AdapterScenario>();
@@ -114,6 +133,7 @@ struct RuntimeTables {
   ConnectionsScenario connections;
   TableScenario<EndpointEntry> endpoints;
   TableScenario<ProcessEntry> processes;
+  BlacklistScenario blacklist;
 };
 
 /// The most entries a table may generate.
@@ -123,6 +143,7 @@ inline constexpr uint64_t kMaxGeneratedEntries = 1'000'000'000'000;
 ConnectionEntry GenerateConnection(uint64_t seed, uint64_t index);
 EndpointEntry GenerateEndpoint(uint64_t seed, uint64_t index);
 ProcessEntry GenerateProcess(uint64_t seed, uint64_t index);
+BlacklistRange GenerateBlacklistRange(uint64_t seed, uint64_t index);
 /// Generated processes have the identifiers kGeneratedProcessIdBase + 4 * index.
 inline constexpr uint64_t kGeneratedProcessIdBase = 100000;
 /// The generated index of a process identifier, if generated has one with it.
@@ -145,6 +166,8 @@ bool ParseConnections(JsonChecker& check, const Json& value, const std::string& 
 bool ParseEndpoints(JsonChecker& check, const Json& value, const std::string& path,
                     Scenario* scenario);
 bool ParseProcesses(JsonChecker& check, const Json& value, const std::string& path,
+                    Scenario* scenario);
+bool ParseBlacklist(JsonChecker& check, const Json& value, const std::string& path,
                     Scenario* scenario);
 
 }  // namespace nw::sim

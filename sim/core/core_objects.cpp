@@ -8,18 +8,13 @@
 
 #include "core/interfaces.h"
 #include "sim/common/sim_object.h"
+#include "sim/core/blacklist_objects.h"
 #include "sim/core/config_objects.h"
 #include "sim/core/policy_objects.h"
 #include "sim/core/table_objects.h"
 
 namespace nw::sim {
 namespace {
-
-class HighPriorityIpListControl final : public SimObject<IHighPriorityIpListControl, CoreState> {
- public:
-  explicit HighPriorityIpListControl(std::shared_ptr<CoreState> state)
-      : SimObject(std::move(state), "IHighPriorityIpListControl") {}
-};
 
 class Control final : public SimObject<IControl, CoreState> {
  public:

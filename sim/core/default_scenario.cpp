@@ -181,6 +181,29 @@ constexpr std::string_view kDefaultScenario = R"json({
       {"pid": 5120, "path": "C:\\Users\\alex\\AppData\\Local\\Programs\\notes\\notes.exe", "caseCorrectPath": "C:\\Users\\alex\\AppData\\Local\\Programs\\Notes\\notes.exe", "commandArgs": "--restore", "textSid": "S-1-5-21-1004336348-1177238915-682003330-1001", "signer": null, "peDescription": "Notes", "validated": true, "trusted": false, "md5": "0cc175b9c0f1b6a831c399e269772661"}
     ]
   },
+  "blacklist": {
+    "logOption": 1,
+    "entries": [
+      {
+        "low": "203.0.113.7",
+        "high": "203.0.113.7",
+        "ttl": 4294967295
+      },
+      {
+        "low": "198.51.100.0",
+        "high": "198.51.100.255",
+        "ttl": 3600,
+        "remaining": 1712,
+        "autoCreate": true
+      },
+      {
+        "low": "2001:db8:bad::",
+        "high": "2001:db8:bad::ffff",
+        "ttl": 86400,
+        "remaining": 86000
+      }
+    ]
+  },
   "policies": {
     "list": [
       {
@@ -437,7 +460,7 @@ constexpr std::string_view kDefaultScenario = R"json({
                 "terms": [
                   {
                     "op": 1,
-                    "string": "Contoso Ltd"
+                    "string": "Examplesoft Ltd"
                   }
                 ]
               },
