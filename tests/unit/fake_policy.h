@@ -161,36 +161,54 @@ struct MatchSpec {
   std::vector<FakeTerm> terms;
 };
 
+/// What a rule answers besides its name; the identifiers' null flags make the getters hand out
+/// null.
+struct RuleFields {
+  int32_t action = 1;
+  Guid uid{};
+  Guid target{};
+  bool nullTarget = false;
+  IpAddress redirect{};
+  bool nullRedirect = false;
+  uint16_t port = 0;
+  int64_t value = 0;
+  int32_t logOption = 0;
+  uint32_t throttle = 0xFFFFFFFF;
+  bool enabled = true, hotDrop = false, teredo = false, teredoAware = false, invert = false;
+};
+
 class FakeRule final : public IRule {
  public:
-  FakeRule(std::wstring name, int32_t action = 1) : name_(std::move(name)), action_(action) {}
-  int32_t GetAction() override { return action_; }
+  FakeRule(std::wstring name, RuleFields fields = {})
+      : name_(std::move(name)), f_(std::move(fields)) {}
+  int32_t GetAction() override { return f_.action; }
   Status Unused1() override { return kStatusNotImplemented; }
-  const Guid* GetTargetUid() override { return &uid_; }
+  const Guid* GetTargetUid() override { return f_.nullTarget ? nullptr : &f_.target; }
   Status Unused3() override { return kStatusNotImplemented; }
-  const Guid* GetUid() override { return &uid_; }
-  int32_t GetLogOption() override { return 0; }
-  bool GetHotDropIfNotMatch() override { return false; }
-  bool IsEnabled() override { return true; }
-  bool GetInvertMatch() override { return false; }
+  const Guid* GetUid() override { return &f_.uid; }
+  int32_t GetLogOption() override { return f_.logOption; }
+  bool GetHotDropIfNotMatch() override { return f_.hotDrop; }
+  bool IsEnabled() override { return f_.enabled; }
+  bool GetInvertMatch() override { return f_.invert; }
   const wchar_t* GetName() override { return name_.c_str(); }
   Status Unused10() override { return kStatusNotImplemented; }
-  bool IsTeredoRule() override { return false; }
-  bool IsTeredoAwareApp() override { return false; }
-  const IpAddress* GetRedirectAddress() override { return &address_; }
-  uint16_t GetRedirectPort() override { return 0; }
-  int64_t GetRedirectValue() override { return 0; }
-  uint32_t GetLogThrottle() override { return 0xFFFFFFFF; }
+  bool IsTeredoRule() override { return f_.teredo; }
+  bool IsTeredoAwareApp() override { return f_.teredoAware; }
+  const IpAddress* GetRedirectAddress() override {
+    return f_.nullRedirect ? nullptr : &f_.redirect;
+  }
+  uint16_t GetRedirectPort() override { return f_.port; }
+  int64_t GetRedirectValue() override { return f_.value; }
+  uint32_t GetLogThrottle() override { return f_.throttle; }
 
  private:
   std::wstring name_;
-  int32_t action_;
-  Guid uid_{};
-  IpAddress address_{};
+  RuleFields f_;
 };
 
 class FakeGroup final : public IPolicyGroup {
  public:
+  explicit FakeGroup(Guid uid = {}) : uid_(uid) {}
   const Guid* GetUid() override { return &uid_; }
 
  private:
@@ -199,7 +217,8 @@ class FakeGroup final : public IPolicyGroup {
 
 class FakeAggregate final : public IAggregateMatch {
  public:
-  FakeAggregate(std::wstring name, bool orOperator) : name_(std::move(name)), or_(orOperator) {}
+  FakeAggregate(std::wstring name, bool orOperator, Guid uid = {})
+      : name_(std::move(name)), or_(orOperator), uid_(uid) {}
   const Guid* GetUid() override { return &uid_; }
   const wchar_t* GetName() override { return name_.c_str(); }
   bool IsOrOperator() override { return or_; }
@@ -219,10 +238,12 @@ struct PolicySpec {
     std::wstring name;
     bool orOperator = false;
     std::vector<MatchSpec> matches;
+    Guid uid{};
   };
   struct Rule {
     std::wstring name;
     std::vector<MatchSpec> matches;
+    RuleFields fields{};
   };
   std::vector<Aggregate> aggregates{};
   std::vector<std::vector<Rule>> groups{};
@@ -235,20 +256,28 @@ struct PolicySpec {
   uint32_t endIndication = 3;
   /// Which aggregate EnterAggregateMatch enters; none: GetCurrentAggregateMatch is null.
   std::optional<size_t> entered = 0;
+  /// The groups' identifiers, in order; a group beyond the list has the zero identifier.
+  std::vector<Guid> groupUids{};
+  int32_t defaultAction = 5;
+  int32_t defaultLogOption = 0;
+  int32_t type = 2;
+  Guid pointProduct{};
+  bool nullPointProduct = false;
 };
 
 class FakePolicy final : public IPolicy {
  public:
   FakePolicy(CallLog& log, const PolicySpec& shape) : log_(log), spec_(shape) {
     for (const auto& a : shape.aggregates) {
-      aggregates_.emplace_back(a.name, a.orOperator);
+      aggregates_.emplace_back(a.name, a.orOperator, a.uid);
       aggregateMatches_.push_back(Matches(a.matches));
     }
     for (const auto& group : shape.groups) {
-      groups_.emplace_back();
+      const size_t number = groups_.size();
+      groups_.emplace_back(number < shape.groupUids.size() ? shape.groupUids[number] : Guid{});
       auto& rules = rules_.emplace_back();
       for (const auto& r : group) {
-        rules.push_back(std::make_unique<FakeRule>(r.name));
+        rules.push_back(std::make_unique<FakeRule>(r.name, r.fields));
         ruleMatches_.push_back(Matches(r.matches));
         flatRules_.push_back(rules.back().get());
       }
@@ -322,11 +351,13 @@ class FakePolicy final : public IPolicy {
   bool IsSticky() override { return spec_.sticky; }
   bool IsBootTimeOnly() override { return spec_.bootTimeOnly; }
   const wchar_t* GetName() override { return spec_.name.c_str(); }
-  int32_t GetDefaultAction() override { return 5; }
-  int32_t GetDefaultLogOption() override { return 0; }
+  int32_t GetDefaultAction() override { return spec_.defaultAction; }
+  int32_t GetDefaultLogOption() override { return spec_.defaultLogOption; }
   Status Unused22() override { return Call("Unused22", kStatusNotImplemented); }
-  const Guid* GetPointProductUid() override { return &uid_; }
-  int32_t GetPolicyType() override { return 2; }
+  const Guid* GetPointProductUid() override {
+    return spec_.nullPointProduct ? nullptr : &spec_.pointProduct;
+  }
+  int32_t GetPolicyType() override { return spec_.type; }
 
  private:
   using MatchList = std::vector<std::unique_ptr<FakeMatch>>;
@@ -354,7 +385,6 @@ class FakePolicy final : public IPolicy {
   size_t position_ = 0;
   std::pair<MatchList*, size_t> saved_{nullptr, 0};
   size_t nextAggregate_ = 0, nextGroup_ = 0, group_ = 0, nextRule_ = 0, step_ = 0;
-  Guid uid_{};
 };
 
 class FakeGuidList final : public IGuidList {
