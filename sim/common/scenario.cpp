@@ -71,6 +71,8 @@ constexpr FaultOperation kFaultOperations[] = {
     {"IOpenedEndpointTable", "Refresh"},
     {"IActiveProcesses", "RefreshProcessIdList"},
     {"IActiveProcesses", "QueryProcessInfo", FaultItem::kProcessId},
+    {"IHighPriorityIpListControl", "GetExistingLogOption"},
+    {"IHighPriorityIpListControl", "GetExistingList"},
     {"IPolicyManager", "GetExistingPolicy", FaultItem::kPolicyFetch},
     {"IPolicyManager", "GetExistingPolicyList", FaultItem::kPolicyType},
     {"IPolicyManager", "DeletePolicy", FaultItem::kPolicy},
