@@ -81,7 +81,7 @@ TEST(ScenarioTest, RejectsBadDocumentsNamingFilePathAndWhatWasExpected) {
       "SetConnectionThrottleBurstThreshold, SetConnectionThrottleMaxConnectionsRate, "
       "DrvLinkConnectAsync, DrvLinkConnect, ConnectToContentDriver, SendControlRequest, "
       "GetIpConfigChanged, GetConnectionTable, GetOpenedEndpointTable, GetActiveProcesses, "
-      "GetAddress, RefreshProcessIdList, QueryProcessInfo, "
+      "GetAddress, RefreshProcessIdList, QueryProcessInfo, GetExistingLogOption, GetExistingList, "
       "GetExistingPolicy, GetExistingPolicyList, DeletePolicy, SetIterationMode, "
       "EnterAggregateMatch, LeaveAggregateMatch, AdvanceIteration, " +
       kTermGetters +
@@ -100,7 +100,8 @@ TEST(ScenarioTest, RejectsBadDocumentsNamingFilePathAndWhatWasExpected) {
       {R"({"debug": true})", "/debug: expected an object"},
       {R"({"servce": {}})",
        "/servce: expected one of the known fields (service, faults, debug, driverLink, versions, "
-       "hooks, config, adapters, addresses, connections, endpoints, processes, policies)"},
+       "hooks, config, adapters, addresses, connections, endpoints, processes, blacklist, "
+       "policies)"},
       {R"({"driverLink": {"running": false}})",
        "/driverLink/running: expected one of the known fields (driverRunning, profiler, profile)"},
       {R"({"faults": {"Regster": 5}})", "/faults/Regster: " + operation},
@@ -494,7 +495,7 @@ TEST(DebugOutputTest, LeakReportFollowsDebugOptionsAndBadScenarioIsReportedOnce)
       {R"({"debug": {"trace": false, "reportLeaks": false}, "bogus": 1})",
        {L"kvxfwctl: bad scenario: <file>: /bogus: expected one of the known fields (service, "
         L"faults, debug, driverLink, versions, hooks, config, adapters, addresses, connections, "
-        L"endpoints, processes, policies)\n",
+        L"endpoints, processes, blacklist, policies)\n",
         L"kvxfwctl: leak: IRegisterPointProduct still referenced (refs 1)\n"}},
   };
   for (const auto& c : cases) {
