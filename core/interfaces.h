@@ -277,6 +277,143 @@ class IMatchTerms {
   ~IMatchTerms() = default;
 };
 
+// ---- Building policies ----------------------------------------------------------------------
+// The policy manager hands out a policy builder, a rule builder and aggregate match builders;
+// rules and aggregate matches get their matches through a match builder that belongs to them.
+// A builder is reused: Reset starts the next policy or rule.
+
+class IMatchBuilder;
+
+class IPolicyBuilder {
+ public:
+  virtual Status Unused0() = 0;
+  virtual uint32_t Release() = 0;
+  virtual Status Reset() = 0;
+  virtual Status SetStickyAndBootTime(bool sticky, bool bootTimeOnly) = 0;
+  virtual Status SetStateful(bool stateful) = 0;
+  /// Starts the policy policyId of policyType (FW_POLICY_TYPE) with its default group.
+  virtual Status Create(const Guid* policyId, int32_t policyType) = 0;
+  virtual Status SetName(const wchar_t* name) = 0;
+  /// Adds a further group.
+  virtual Status AddGroup(const Guid* groupId) = 0;
+  /// Adds the aggregate match the builder holds under aggregateId.
+  virtual Status AddAggregateMatch(const Guid* aggregateId, IAggregateMatchBuilder* builder) = 0;
+  virtual Status Unused9() = 0;
+  /// Adds the rule the builder holds to the group groupId (the policy's own identifier names
+  /// the default group).
+  virtual Status AddRuleToGroup(const Guid* groupId, IRuleBuilder* builder) = 0;
+  virtual Status Unused11() = 0;
+  virtual Status Unused12() = 0;
+  virtual Status Unused13() = 0;
+  /// FW_ACTION and FW_LOG_OPTION.
+  virtual Status SetDefaultAction(int32_t action, int32_t logOption) = 0;
+
+ protected:
+  ~IPolicyBuilder() = default;
+};
+
+class IRuleBuilder {
+ public:
+  virtual Status Unused0() = 0;
+  virtual uint32_t Release() = 0;
+  virtual Status Reset() = 0;
+  virtual Status Create(const Guid* ruleId) = 0;
+  virtual Status SetEnabled(bool enabled) = 0;
+  /// Any action but a redirect: FW_ACTION, the jump or plug-in target, the block-host length.
+  virtual Status SetAction(int32_t action, const Guid* target, uint32_t length) = 0;
+  virtual Status SetRedirectAction(const IpAddress* address, uint16_t port, int64_t value) = 0;
+  virtual Status SetLogOption(int32_t logOption) = 0;
+  virtual Status SetHotDropIfNotMatch(bool hotDrop) = 0;
+  virtual Status SetInvertMatch(bool invert) = 0;
+  virtual Status SetName(const wchar_t* name) = 0;
+  /// The rule's match builder, owned by the rule builder; null when it has none.
+  virtual IMatchBuilder* GetMatchBuilder() = 0;
+  virtual Status SetTeredoRule(bool teredo, bool teredoAwareApp) = 0;
+  virtual Status Unused13() = 0;
+  virtual Status SetLogThrottle(uint32_t throttle) = 0;
+
+ protected:
+  ~IRuleBuilder() = default;
+};
+
+class IAggregateMatchBuilder {
+ public:
+  virtual Status Unused0() = 0;
+  virtual uint32_t Release() = 0;
+  /// True: the member matches are combined with OR.
+  virtual Status SetBoolOp(bool orOperator) = 0;
+  virtual Status SetFriendlyName(const wchar_t* name) = 0;
+  /// The aggregate's match builder, owned by it; null when it has none.
+  virtual IMatchBuilder* GetMatchBuilder() = 0;
+
+ protected:
+  ~IAggregateMatchBuilder() = default;
+};
+
+/// Which end of a connection an address, port or adapter term names.
+enum : int32_t {
+  kEndpointLocal = 1,
+  kEndpointRemote = 2,
+  kEndpointSource = 3,
+  kEndpointDestination = 4,
+};
+
+/// Adds one match (of one term) to the rule or aggregate match it belongs to. Every operation
+/// takes the operator (FW_MATCH_OP) last. Texts come with their length without terminator;
+/// ports in network byte order. The core names no order for these operations; this is ours,
+/// the order of the match types.
+class IMatchBuilder {
+ public:
+  virtual Status AddUserIDMatch(const wchar_t* text, uint32_t length, int32_t op) = 0;
+  virtual Status AddAppPathMatch(const wchar_t* text, uint32_t length, int32_t op) = 0;
+  virtual Status AddCommandLineParamsMatch(const wchar_t* text, uint32_t length, int32_t op) = 0;
+  virtual Status AddHashSumMatch(const uint8_t* bytes, uint32_t count, int32_t op) = 0;
+  /// caseSensitive: 1 for FW_MATCH_APP_DIGITAL_SIGNER, 0 for its case-insensitive twin.
+  virtual Status AddAppDigitalSignerMatch(const wchar_t* text, uint32_t length,
+                                          int32_t caseSensitive, int32_t op) = 0;
+  virtual Status AddLocalPortMatch(int32_t end, uint16_t port, int32_t op) = 0;
+  virtual Status AddLocalPortRangeMatch(int32_t end, uint16_t low, uint16_t high, int32_t op) = 0;
+  virtual Status AddIcmpV4TypeMatch(uint8_t type, int32_t op) = 0;
+  virtual Status AddIcmpV6TypeMatch(uint8_t type, int32_t op) = 0;
+  virtual Status AddTcpFlagsMatch(uint8_t flags, int32_t op) = 0;
+  virtual Status AddConnectionStateMatch(uint32_t state, int32_t op) = 0;
+  virtual Status AddIpProtocolMatch(uint8_t protocol, int32_t op) = 0;
+  virtual Status AddLocalIpAddressMatch(int32_t end, const IpAddress* address, int32_t op) = 0;
+  virtual Status AddLocalIpAddressRangeMatch(int32_t end, const IpAddress* low,
+                                             const IpAddress* high, int32_t op) = 0;
+  virtual Status AddLocalIpAddressPrefixMatch(int32_t end, const IpAddress* address,
+                                              uint8_t prefixLength, int32_t op) = 0;
+  virtual Status AddLocalDomainNameMatch(int32_t end, const wchar_t* name, int32_t op) = 0;
+  virtual Status AddNetworkLayerProtocolMatch(uint16_t protocol, int32_t op) = 0;
+  /// Eight bytes each.
+  virtual Status AddMacAddrMatch(int32_t end, const uint8_t* address, int32_t op) = 0;
+  virtual Status AddMacAddrRangeMatch(int32_t end, const uint8_t* low, const uint8_t* high,
+                                      int32_t op) = 0;
+  virtual Status AddPhysicalMediumMatch(uint32_t medium, int32_t op) = 0;
+  virtual Status AddDirectionMatch(uint32_t direction, int32_t op) = 0;
+  virtual Status AddInterfaceIndexV6Match(uint32_t index, int32_t op) = 0;
+  virtual Status AddInterfaceIndexV6RangeMatch(uint32_t low, uint32_t high, int32_t op) = 0;
+  virtual Status AddInterfaceIndexV4Match(uint32_t index, int32_t op) = 0;
+  virtual Status AddInterfaceIndexV4RangeMatch(uint32_t low, uint32_t high, int32_t op) = 0;
+  virtual Status AddInterfaceIndexMatch(uint64_t index, int32_t op) = 0;
+  virtual Status AddInterfaceIndexRangeMatch(uint64_t low, uint64_t high, int32_t op) = 0;
+  virtual Status AddConnectionBytesSentMatch(uint64_t bytes, int32_t op) = 0;
+  virtual Status AddConnectionBytesReceivedMatch(uint64_t bytes, int32_t op) = 0;
+  virtual Status AddConnectionSpecificDnsSuffixMatch(const wchar_t* text, uint32_t length,
+                                                     int32_t op) = 0;
+  virtual Status AddProcessIdMatch(uint64_t processId, int32_t op) = 0;
+  virtual Status AddPeFileDescriptionMatch(const wchar_t* text, uint32_t length, int32_t op) = 0;
+  virtual Status AddStandardizedAppPathMatch(const wchar_t* text, uint32_t length,
+                                             int32_t op) = 0;
+  virtual Status AddHttpServerMatch(const wchar_t* text, uint32_t length, int32_t op) = 0;
+  virtual Status AddVtpPrivilegesMatch(uint64_t privileges, int32_t op) = 0;
+  /// A reference of type matchType (0x10000 and above) to the aggregate match aggregateId.
+  virtual Status AddAggregateMatch(const Guid* aggregateId, int32_t matchType, int32_t op) = 0;
+
+ protected:
+  ~IMatchBuilder() = default;
+};
+
 class IIpRangeList;
 
 /// The high-priority IP list (blacklist) control: one log option for the whole list and the
