@@ -441,6 +441,8 @@ bool ParseGenerated(JsonChecker& check, const Json& v, const std::string& path,
 
 // ---- Writing ------------------------------------------------------------------------------
 
+}  // namespace
+
 Json AddressToJson(const IpAddress& address) {
   char text[48];
   if (IsPlainIpv4(address)) {
@@ -465,6 +467,8 @@ Json AddressToJson(const IpAddress& address) {
   object["version"] = address.version;
   return object;
 }
+
+namespace {
 
 Json TermToJson(const TermModel& term) {
   Json j = Json::object();

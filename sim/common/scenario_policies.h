@@ -178,6 +178,10 @@ std::optional<uint32_t> GeneratedPolicyIndex(const GeneratedPolicies& set, const
 /// Generated policies alternate between packet (even numbers) and stream (odd numbers).
 int32_t GeneratedPolicyType(uint32_t index);
 
+/// An address as a scenario writes it: an IPv4 or IPv6 literal, or for any other record its
+/// bytes and version.
+Json AddressToJson(const IpAddress& address);
+
 /// The 36-character form, lower case; and its reading (either case, no braces).
 std::string GuidText(const Guid& guid);
 bool ParseGuidText(std::string_view text, Guid* guid);

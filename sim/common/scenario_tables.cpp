@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "sim/common/address_text.h"
+#include "sim/common/scenario_policies.h"
 #include "sim/common/scenario.h"
 
 namespace nw::sim {
@@ -366,6 +367,29 @@ bool ParseBlacklist(JsonChecker& check, const Json& v, const std::string& path, 
          ReadSigned(check, v, path, "logOption", &blacklist.logOption) &&
          ParseTable(check, v, path, static_cast<TableScenario<BlacklistRange>*>(&blacklist),
                     ParseBlacklistRange);
+}
+
+Json BlacklistToJson(const BlacklistScenario& blacklist) {
+  Json section = Json::object();
+  section["logOption"] = blacklist.logOption;
+  Json entries = Json::array();
+  for (const BlacklistRange& range : blacklist.entries) {
+    Json entry = Json::object();
+    entry["low"] = AddressToJson(range.low);
+    entry["high"] = AddressToJson(range.high);
+    if (range.version != static_cast<int32_t>(range.low.version)) entry["version"] = range.version;
+    entry["ttl"] = range.timeToLive;
+    entry["remaining"] = range.timeRemaining;
+    entry["autoCreate"] = range.autoCreate;
+    entries.push_back(std::move(entry));
+  }
+  section["entries"] = std::move(entries);
+  if (blacklist.generated.count != 0) {
+    section["generate"] = Json{{"count", blacklist.generated.count},
+                               {"seed", blacklist.generated.seed}};
+  }
+  if (!blacklist.counts.empty()) section["counts"] = blacklist.counts;
+  return section;
 }
 
 uint16_t StoredPort(uint8_t protocol, uint16_t port) {

@@ -169,5 +169,7 @@ bool ParseProcesses(JsonChecker& check, const Json& value, const std::string& pa
                     Scenario* scenario);
 bool ParseBlacklist(JsonChecker& check, const Json& value, const std::string& path,
                     Scenario* scenario);
+/// The "blacklist" section as a scenario writes it; ParseBlacklist reads it back.
+Json BlacklistToJson(const BlacklistScenario& blacklist);
 
 }  // namespace nw::sim

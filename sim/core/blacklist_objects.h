@@ -4,6 +4,8 @@
 // list through, and the range lists it hands out, read from the scenario's "blacklist" section.
 
 #include <memory>
+#include <optional>
+#include <vector>
 
 #include "core/interfaces.h"
 #include "sim/common/sim_object.h"
@@ -21,12 +23,22 @@ class HighPriorityIpListControl final : public SimObject<IHighPriorityIpListCont
   /// A snapshot of the scenario's ranges, taken now.
   Status GetExistingList(IIpRangeList** out) override;
 
-  // Changing the list comes with the document reader; until then the core refuses.
-  Status SetLogOption(int32_t) override { return Traced("SetLogOption", kStatusNotImplemented); }
+  /// The log option the next list that is set or appended gives the blacklist.
+  Status SetLogOption(int32_t logOption) override;
+  /// An empty list to fill.
   Status GetListBuilder(IIpRangeList** out) override;
-  Status AppendList(IIpRangeList*) override { return Traced("AppendList", kStatusNotImplemented); }
-  Status DeleteList(IIpRangeList*) override { return Traced("DeleteList", kStatusNotImplemented); }
-  Status SetNewList(IIpRangeList*) override { return Traced("SetNewList", kStatusNotImplemented); }
+  /// The list's ranges after the listed ones.
+  Status AppendList(IIpRangeList* list) override;
+  /// Removes the listed ranges equal (ends and version) to one of the list's.
+  Status DeleteList(IIpRangeList* list) override;
+  /// The list's ranges in place of every range, the generated ones included.
+  Status SetNewList(IIpRangeList* list) override;
+
+ private:
+  Status Change(const char* operation, IIpRangeList* list,
+                void (*change)(BlacklistScenario& blacklist, const std::vector<BlacklistRange>&));
+
+  std::optional<int32_t> logOption_;
 };
 
 /// The ranges of a blacklist snapshot. An index past the list reads a cleared range; an IPv6
@@ -37,12 +49,10 @@ class IpRangeList final : public SimObject<IIpRangeList, CoreState> {
   IpRangeList(std::shared_ptr<CoreState> state, const BlacklistScenario& blacklist);
 
   uint64_t GetCount() override { return snapshot_.Count(); }
-  Status AddIpV4Range(uint32_t, uint32_t, uint32_t) override {
-    return Traced("AddIpV4Range", kStatusNotImplemented);
-  }
-  Status AddIpV6Range(const uint8_t*, const uint8_t*, uint32_t) override {
-    return Traced("AddIpV6Range", kStatusNotImplemented);
-  }
+  Status AddIpV4Range(uint32_t low, uint32_t high, uint32_t timeToLive) override;
+  Status AddIpV6Range(const uint8_t* low, const uint8_t* high, uint32_t timeToLive) override;
+  /// The ranges added or listed (a built list has no generated ones).
+  const std::vector<BlacklistRange>& Listed() const { return snapshot_.Listed(); }
   Status Unused5() override { return Traced("Unused5", kStatusNotImplemented); }
   Status Unused6() override { return Traced("Unused6", kStatusNotImplemented); }
   uint32_t GetLowV4(uint64_t index) override { return BareIpv4(snapshot_.At(index).low); }

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "core/policy_values.h"
+#include "sim/core/builder_objects.h"
 
 namespace nw::sim {
 namespace {
@@ -641,23 +642,50 @@ IRule* PolicyObject::GetNextRuleTakingJumps(uint32_t* jumpIndication) {
 
 // ---- The manager --------------------------------------------------------------------------
 
+template <class Builder, class Interface>
+Status PolicyManager::HandOutBuilder(const char* operation, Interface** out) {
+  if (out == nullptr) return Traced(operation, kStatusInvalidArg);
+  *out = nullptr;
+  if (auto fault = Fault(operation)) return Traced(operation, *fault);
+  Builder* builder = NewObject<Builder>(sharedState());
+  if (builder == nullptr) return Traced(operation, kStatusOutOfMemory);
+  *out = builder;
+  return Traced(operation, kStatusOk);
+}
+
 Status PolicyManager::GetPolicyBuilder(IPolicyBuilder** out) {
-  if (out != nullptr) *out = nullptr;
-  return Traced("GetPolicyBuilder", kStatusNotImplemented);
+  return HandOutBuilder<PolicyBuilder>("GetPolicyBuilder", out);
 }
 
 Status PolicyManager::GetRuleBuilder(IRuleBuilder** out) {
-  if (out != nullptr) *out = nullptr;
-  return Traced("GetRuleBuilder", kStatusNotImplemented);
+  return HandOutBuilder<RuleBuilder>("GetRuleBuilder", out);
 }
 
 Status PolicyManager::GetAggregateMatchBuilder(IAggregateMatchBuilder** out) {
-  if (out != nullptr) *out = nullptr;
-  return Traced("GetAggregateMatchBuilder", kStatusNotImplemented);
+  return HandOutBuilder<AggregateMatchBuilder>("GetAggregateMatchBuilder", out);
 }
 
-Status PolicyManager::AddPolicy(IPolicyBuilder*, void*, void*) {
-  return Traced("AddPolicy", kStatusNotImplemented);
+// The assembled policy joins the store after the listed ones and the scenario is saved. The
+// policy belongs to the point product that added it; an identifier the store already holds is
+// refused, as is a builder that created nothing.
+Status PolicyManager::Add(IPolicyBuilder* builder) {
+  if (builder == nullptr) return kStatusInvalidArg;
+  if (auto fault = Fault("AddPolicy")) return *fault;
+  const Scenario* scenario = state().GetScenario();
+  if (scenario == nullptr) return kStatusBadScenario;
+  const PolicyModel* built = static_cast<PolicyBuilder*>(builder)->policy();
+  if (built == nullptr) return kStatusUnexpected;
+  if (FindPolicy(scenario->policies, built->uid) != nullptr) return kStatusAlreadyExists;
+  auto policy = std::make_shared<PolicyModel>(*built);
+  policy->ppuid = PointProductId;
+  return state().UpdateScenario([&policy](Scenario& changed) {
+    changed.policies.policies.push_back(policy);
+    changed.document["policies"] = PoliciesToJson(changed.policies);
+  });
+}
+
+Status PolicyManager::AddPolicy(IPolicyBuilder* builder, void*, void*) {
+  return Traced("AddPolicy", Add(builder));
 }
 
 Status PolicyManager::GetExistingPolicyList(IGuidList** out, int32_t policyType) {

@@ -36,6 +36,8 @@ inline constexpr uint32_t kMaxRulesPerWalk = 100000;
 
 /// A policy the store does not hold: the not-found HRESULT.
 inline constexpr Status kStatusNotFound = static_cast<Status>(0x80070490u);
+/// A policy whose identifier the store already holds: the already-exists HRESULT.
+inline constexpr Status kStatusAlreadyExists = static_cast<Status>(0x800700B7u);
 /// A term asked for a kind of value it does not hold: the type-mismatch HRESULT.
 inline constexpr Status kStatusTypeMismatch = static_cast<Status>(0x80020005u);
 /// An operation out of its order (leaving an aggregate match that was not entered).
@@ -58,6 +60,9 @@ class PolicyManager final : public SimObject<IPolicyManager, CoreState> {
   Status FetchPolicy(IPolicy** out, const Guid* policyId);
   std::optional<Status> FetchFault(const Scenario& scenario, const Guid& uid);
   Status Delete(const Guid* policyId);
+  Status Add(IPolicyBuilder* builder);
+  template <class Builder, class Interface>
+  Status HandOutBuilder(const char* operation, Interface** out);
 
   /// How often each policy was fetched through this manager, counted while the scenario has
   /// faults (a fault may name one fetch).

@@ -55,6 +55,9 @@ class TableSnapshot {
     nextCount_ = 0;
     for (Recent& recent : recent_) recent.valid = false;
   }
+  /// Adds an entry after the listed ones (a list being built has no generated ones).
+  void Append(const Entry& entry) { table_.entries.push_back(entry); }
+  const std::vector<Entry>& Listed() const { return table_.entries; }
   /// The next scripted count, or the number of entries.
   uint64_t Count() {
     if (table_.counts.empty()) return table_.size();

@@ -30,6 +30,8 @@ A case is a folder:
                     the state file the core keeps beside itself ("null": no such file)
   host.after.json   optional; the host state the emulated host must have written back by the
                     end: compared as JSON with the run's copy of host.json (Linux only)
+  *.xml             optional; documents for the import commands, copied into the working
+                    directory of the run (the arguments name them by their file name)
 In host.json and scenario.json, {ROOT} stands for the temporary root as a Windows-form path
 written for JSON; in stdout and debug.log it stands for the same path as plain text, and
 {NATIVE_ROOT} for the root as the operating system writes it, and {EXE} for the program's file
@@ -195,6 +197,13 @@ def skip(case_dir, reason):
     return SKIP
 
 
+def copy_documents(case_dir, work_dir):
+    """The case's XML documents, put where the run's relative paths find them."""
+    for name in sorted(os.listdir(case_dir)):
+        if name.endswith(".xml"):
+            shutil.copyfile(os.path.join(case_dir, name), os.path.join(work_dir, name))
+
+
 def run(build_dir, case_dir):
     layout = parse_layout(case_dir)
     if os.path.basename(case_dir).startswith("wine-") or layout.get("variants"):
@@ -228,6 +237,7 @@ def run(build_dir, case_dir):
                     f.write(text.replace("{ROOT}", json_root))
                 env[variable] = target
 
+        copy_documents(case_dir, os.path.join(root, layout["cwd"]))
         failures = []
         run_before(case_dir, [exe], os.path.join(root, layout["cwd"]), env, failures)
         result = subprocess.run([exe] + args, cwd=os.path.join(root, layout["cwd"]), env=env,
@@ -433,6 +443,7 @@ def run_wine(build_dir, prepared_dir, case_dir):
                 return skip(case_dir, f"Wine's registry refused {key}\\{name} "
                             f"({len(data)} characters)")
 
+        copy_documents(case_dir, os.path.join(root, layout["cwd"]))
         failures = []
         run_before(case_dir, [WINE, exe], os.path.join(root, layout["cwd"]), env, failures)
         with tempfile.TemporaryFile() as out, tempfile.TemporaryFile() as err:
