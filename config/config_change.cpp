@@ -243,24 +243,6 @@ bool ParseHex32(uint32_t* value, const wchar_t* text) {
   return true;
 }
 
-int32_t ParseDecimal(const wchar_t* text) {
-  if (text == nullptr) return 0;
-  const wchar_t* p = text;
-  while (*p == L' ' || (*p >= L'\t' && *p <= L'\r')) ++p;
-  bool negative = false;
-  if (*p == L'+' || *p == L'-') negative = *p++ == L'-';
-  // Past the 32-bit range the value only needs to stay past it, so the accumulator stops
-  // growing there instead of overflowing.
-  int64_t magnitude = 0;
-  for (; *p >= L'0' && *p <= L'9'; ++p) {
-    if (magnitude <= INT64_C(1) << 32) magnitude = magnitude * 10 + (*p - L'0');
-  }
-  const int64_t signedValue = negative ? -magnitude : magnitude;
-  if (signedValue > INT32_MAX) return INT32_MAX;
-  if (signedValue < INT32_MIN) return INT32_MIN;
-  return static_cast<int32_t>(signedValue);
-}
-
 void TrafficLogChange(CoreConnection& connection, CommandCode code, const wchar_t* value) {
   WithLoadedBuilder(connection, [&](IGlobalConfigBuilder& builder) {
     const SettingCommand* command = IsTrafficLogCode(code) ? FindSettingCommand(code) : nullptr;

@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+#include "cli/wide_text.h"
+
 namespace nw {
 
 /// 1 for "yes", "on" or "true"; 0 for "no", "off" or "false" (ASCII case ignored); -1 for
@@ -12,8 +14,5 @@ int32_t ParseOnOff(const wchar_t* text);
 /// Hex digits only, no prefix or sign; of a longer text the last eight digits count. A
 /// zero-length text is 0. False on the first other character, *value then untouched.
 bool ParseHex32(uint32_t* value, const wchar_t* text);
-/// atoi semantics: leading white space, an optional sign, digits up to the first other
-/// character; no digits give 0; out of range clamps to the nearest 32-bit signed value.
-int32_t ParseDecimal(const wchar_t* text);
 
 }  // namespace nw

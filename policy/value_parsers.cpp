@@ -7,11 +7,9 @@
 
 #include "cli/console.h"
 #include "cli/wide_text.h"
-#include "config/config_parsers.h"
 #include "core/interfaces.h"
 #include "platform/uuid.h"
 #include "policy/names.h"
-#include "tables/table_text.h"
 
 namespace nw {
 namespace {

@@ -5,15 +5,13 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "cli/wide_text.h"
+
 namespace nw {
 
 /// A port the core stores in network byte order, as the number it stands for.
 uint16_t PortFromNetworkOrder(uint16_t stored);
 
-/// The 64-bit atoi of the process view: leading white space, an optional sign, digits up to
-/// the first other character; no digits give 0; out of range clamps to the nearest signed
-/// 64-bit value.
-int64_t ParseDecimal64(const wchar_t* text);
 
 /// The image name of a process path: what follows the last backslash, the whole path when it
 /// has none, and an empty text for a null path.
