@@ -3,6 +3,8 @@ find_package(PkgConfig REQUIRED)
 find_package(nlohmann_json 3.10 REQUIRED)
 find_package(OpenSSL REQUIRED COMPONENTS Crypto)
 pkg_check_modules(UUID REQUIRED IMPORTED_TARGET uuid)
+# The XML reader's parser.
+find_package(LibXml2 REQUIRED)
 
 add_library(nw_debug_log STATIC platform/posix/debug_log_posix.cpp)
 target_include_directories(nw_debug_log PUBLIC ${CMAKE_SOURCE_DIR})
@@ -31,7 +33,9 @@ add_library(nw_platform STATIC
   platform/posix/net_config_posix.cpp
   platform/posix/named_mutex_posix.cpp
   platform/posix/os_version_posix.cpp
-  platform/posix/self_protection_posix.cpp)
+  platform/posix/self_protection_posix.cpp
+  platform/posix/xml_reader_posix.cpp
+  platform/system_library.cpp)
 target_include_directories(nw_platform PUBLIC ${CMAKE_SOURCE_DIR})
 target_link_libraries(nw_platform PUBLIC nw_debug_log nw_host_state OpenSSL::Crypto PkgConfig::UUID
-  ${CMAKE_DL_LIBS})
+  LibXml2::LibXml2 ${CMAKE_DL_LIBS})

@@ -38,9 +38,12 @@ add_library(nw_platform STATIC
   platform/win32/net_config_win32.cpp
   platform/win32/named_mutex_win32.cpp
   platform/win32/os_version_win32.cpp
-  platform/win32/self_protection_win32.cpp)
+  platform/win32/self_protection_win32.cpp
+  platform/win32/xml_reader_win32.cpp
+  platform/system_library.cpp)
 target_include_directories(nw_platform PUBLIC ${CMAKE_SOURCE_DIR})
 # wintrust is bound at run time from the system directory, so it is not linked.
 target_link_libraries(nw_platform PUBLIC nw_debug_log advapi32 ws2_32 rpcrt4)
-# COM, for the network configuration.
-target_link_libraries(nw_platform PUBLIC ole32)
+# COM, for the network configuration; shlwapi for the XML reader's file stream (xmllite itself
+# is bound at run time from the system directory).
+target_link_libraries(nw_platform PUBLIC ole32 shlwapi)

@@ -31,8 +31,9 @@ struct HostState {
   /// "present", "missing" or "fails".
   std::string setDefaultDllDirectories = "present";
   /// Library names present in the system directory (upper case). Every Windows host has the
-  /// two the signature verification binds; a host file that lists its own replaces them.
-  std::vector<std::wstring> systemLibraries = {L"WINTRUST.DLL", L"CRYPT32.DLL"};
+  /// two the signature verification binds and the XML reader; a host file that lists its own
+  /// replaces them.
+  std::vector<std::wstring> systemLibraries = {L"WINTRUST.DLL", L"CRYPT32.DLL", L"XMLLITE.DLL"};
   /// Verification results forced for a path, as the host file writes it (the verifier compares
   /// paths as the file system would see them, see platform/posix/paths_posix.h).
   std::map<std::wstring, int32_t> signatureResults;
