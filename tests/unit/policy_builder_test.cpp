@@ -340,8 +340,12 @@ TEST(PolicyBuilderTest, MatchValues) {
       {Match(FW_MATCH_INTERFACE_INDEX, L"5-5", FW_MATCH_OP_IN_RANGE), false,
        "GetUint64Range: low (5) greater than high (5), \n"
        "    Invalid value for interface index range match: 5-5\n"},
+      {Match(FW_MATCH_INTERFACE_INDEX, L"0x"), false,
+       "    Value for interface index match is invalid: 0x\n"},
+      // A text with "-" is a range, whatever the operator.
       {Match(FW_MATCH_INTERFACE_INDEX, L"-1"), false,
-       "    Value for interface index match is invalid: -1\n"},
+       "GetUint64Range: GetNumericValue number 1 failed\n"
+       "    Invalid value for interface index range match: -1\n"},
       // A bad V4/V6 range still counts as built while the run's status is 0.
       {Match(FW_MATCH_INTERFACE_INDEX_V4, L"9-1"), true,
        "GetUint32Range: low (9) greater than high (1), \n"

@@ -168,7 +168,8 @@ TEST(PolicyReaderTest, PlacementRefusals) {
        "Error: already in an action when <action> encountered!\n"},
       {{L"<policy", L"<group", L"<rule", L"<action", L"<default_action"},
        "Error: already in an action when <default_action> was encountered\n"},
-      {{L"<policy", L"<default_action", L">default_action", L"<default_action"},
+      {Join({{L"<policy", L"<default_action"}, Leaf(L"actiontype", L"FW_ACTION_ALLOW"),
+             {L">default_action", L"<default_action"}}),
        "Error: default action has already been specified for this policy\n"},
       {{L"<policy", L"<aggregate_match", L"<aggregate_match"},
        "Into ProcessAggregateMatch\nInto ProcessAggregateMatch\n"
@@ -305,18 +306,27 @@ TEST(PolicyReaderTest, AcceptedValues) {
   PolicyDocumentReader reader;
   const Script script = Join(
       {{L"<policy", L"<group", L"<rule"}, Leaf(L"logthrottle", L"1000000"),
-       Leaf(L"enabled", L"True"), {L"<match"}, Leaf(L"matchtype", L"65536"), {L">match", L"<match"},
-       Leaf(L"matchtype", L"fw_match_app_path"), {L">match", L">rule", L">group", L">policy",
-       L"<blacklist", L"<ip_range"}, Leaf(L"ttl", L"0xffffffff"), Leaf(L"low", L"fe80::1")});
-  size_t accepted = 0;
-  Printed([&] { accepted = Feed(reader, script); });
+       Leaf(L"enabled", L"True"), {L"<match"}, Leaf(L"matchtype", L"65536"),
+       Leaf(L"optype", L"FW_MATCH_OP_EQUAL"), {L">match", L"<match"},
+       Leaf(L"matchtype", L"fw_match_app_path"), Leaf(L"optype", L"fw_match_op_bitmask_not"),
+       {L">match"}});
+  const Script blacklist = Join({{L"<blacklist", L"<ip_range"}, Leaf(L"ttl", L"0xffffffff"),
+                                 Leaf(L"low", L"fe80::1")});
+  PolicyDocumentReader ranges;
+  size_t accepted = 0, acceptedRanges = 0;
+  Printed([&] {
+    accepted = Feed(reader, script);
+    acceptedRanges = Feed(ranges, blacklist);
+  });
   EXPECT_EQ(accepted, script.size());
+  EXPECT_EQ(acceptedRanges, blacklist.size());
   const RuleRecord& r = reader.document().policies.at(0).groups.at(0).rules.at(0);
   EXPECT_EQ(r.logThrottle, 1000000u);
   EXPECT_TRUE(r.enabled);
   EXPECT_EQ(r.matches.at(0).type, 65536);
   EXPECT_EQ(r.matches.at(1).type, FW_MATCH_APP_PATH);
-  const RangeRecord& range = reader.document().blacklists.at(0).ranges.at(0);
+  EXPECT_EQ(r.matches.at(1).op, FW_MATCH_OP_BITMASK_NOT);
+  const RangeRecord& range = ranges.document().blacklists.at(0).ranges.at(0);
   EXPECT_EQ(range.timeToLive, 0xFFFFFFFFu);
   ASSERT_TRUE(range.low);
   EXPECT_EQ(range.low->version, 6u);
