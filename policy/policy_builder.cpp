@@ -290,6 +290,9 @@ bool BuildMatch(IMatchBuilder* builder, const MatchRecord& match) {
       if (LookUpName(kLinkLayerProtocolReaderNames, text, &named)) {
         number = static_cast<uint32_t>(named);
       } else if (!GetNumericValue(text, 0xFFFF, &number)) {
+        ConsolePrint(
+            L"    Value for link layer protocol match is non-numeric or greater than 0xFFFF: %s\n",
+            text);
         return false;
       }
       return Added(builder->AddNetworkLayerProtocolMatch(static_cast<uint16_t>(number), op),
@@ -300,7 +303,10 @@ bool BuildMatch(IMatchBuilder* builder, const MatchRecord& match) {
     case FW_MATCH_DESTINATION_ADAPTER_ADDRESS:
       return BuildMacMatch(builder, match.type, text, op);
     case FW_MATCH_PHYSICAL_MEDIUM:
-      if (!LookUpName(kPhysicalMediumReaderNames, text, &named)) return false;
+      if (!LookUpName(kPhysicalMediumReaderNames, text, &named)) {
+        ConsolePrint(L"    Invalid value for FW_MATCH_PHYSICAL_MEDIUM: %s\n", text);
+        return false;
+      }
       return Added(builder->AddPhysicalMediumMatch(static_cast<uint32_t>(named), op),
                    L"AddPhysicalMediumMatch");
     case FW_MATCH_DIRECTION:

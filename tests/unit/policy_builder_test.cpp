@@ -358,7 +358,12 @@ TEST(PolicyBuilderTest, MatchValues) {
       {Match(FW_MATCH_CONNECTION_STATE, L"nonsense"), true, ""},
       {Match(FW_MATCH_LOCAL_ADAPTER_ADDRESS, L"01-02-03-04-05-06-07-08  11-12-13-14-15-16-17-18"),
        true, ""},
-      {Match(FW_MATCH_PHYSICAL_MEDIUM, L"nonsense"), false, ""},
+      {Match(FW_MATCH_PHYSICAL_MEDIUM, L"nonsense"), false,
+       "    Invalid value for FW_MATCH_PHYSICAL_MEDIUM: nonsense\n"},
+      {Match(FW_MATCH_PHYSICAL_MEDIUM, L"fw_physical_medium_vpn"), true, ""},
+      {Match(FW_MATCH_NETWORK_LAYER_PROTOCOL, L"65536"), false,
+       "    Value for link layer protocol match is non-numeric or greater than 0xFFFF: 65536\n"},
+      {Match(FW_MATCH_NETWORK_LAYER_PROTOCOL, L"ipx"), true, ""},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(std::to_string(c.match.type) + " " +
