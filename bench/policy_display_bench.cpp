@@ -173,23 +173,24 @@ void MeasureView(benchmark::State& state, const std::string& scenarioText, const
   state.counters["netwarden_s"] = total.wall / runs;
   state.counters["netwarden_cpu_s"] = total.cpu / runs;
   state.counters["output_MB"] = static_cast<double>(info.st_size) / 1e6;
-  state.counters["netwarden_MB_per_s"] = static_cast<double>(info.st_size) / 1e6 / (total.wall / runs);
+  state.counters["netwarden_MB_per_s"] =
+      static_cast<double>(info.st_size) / 1e6 / (total.wall / runs);
   state.counters["netwarden_peak_KB"] = static_cast<double>(peakKb);
 }
 
 void BM_PolicyDocumentGenerated(benchmark::State& state) {
   MeasureView(state,
               std::string("{\"policies\": {\"generated\": {\"count\": ") + kCount +
-                  ", \"rules\": " + kRules + ", \"matches\": " + kMatches +
-                  ", \"seed\": " + kSeed + "}}}\n",
+                  ", \"rules\": " + kRules + ", \"matches\": " + kMatches + ", \"seed\": " + kSeed +
+                  "}}}\n",
               "-PolicyDisplayXml");
 }
 BENCHMARK(BM_PolicyDocumentGenerated)->Unit(benchmark::kSecond)->Iterations(5)->UseRealTime();
 
 void BM_BlacklistGenerated(benchmark::State& state) {
   MeasureView(state,
-              "{\"blacklist\": {\"generate\": {\"count\": " +
-                  std::to_string(state.range(0)) + ", \"seed\": 3}}}\n",
+              "{\"blacklist\": {\"generate\": {\"count\": " + std::to_string(state.range(0)) +
+                  ", \"seed\": 3}}}\n",
               "-BlackListDisplay");
 }
 BENCHMARK(BM_BlacklistGenerated)

@@ -403,8 +403,7 @@ class IMatchBuilder {
                                                      int32_t op) = 0;
   virtual Status AddProcessIdMatch(uint64_t processId, int32_t op) = 0;
   virtual Status AddPeFileDescriptionMatch(const wchar_t* text, uint32_t length, int32_t op) = 0;
-  virtual Status AddStandardizedAppPathMatch(const wchar_t* text, uint32_t length,
-                                             int32_t op) = 0;
+  virtual Status AddStandardizedAppPathMatch(const wchar_t* text, uint32_t length, int32_t op) = 0;
   virtual Status AddHttpServerMatch(const wchar_t* text, uint32_t length, int32_t op) = 0;
   virtual Status AddVtpPrivilegesMatch(uint64_t privileges, int32_t op) = 0;
   /// A reference of type matchType (0x10000 and above) to the aggregate match aggregateId.

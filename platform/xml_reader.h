@@ -59,12 +59,12 @@ class XmlReader {
 /// Which step of opening a document failed (each has its own message).
 enum class XmlOpenStep {
   kNone,
-  kLoadLibrary,        ///< xmllite.dll; *status holds the system error
-  kFindCreateReader,   ///< CreateXmlReader missing from it
-  kOpenFile,           ///< SHCreateStreamOnFileW
-  kCreateReader,       ///< CreateXmlReader
-  kProhibitDtd,        ///< setting XmlReaderProperty_DtdProcessing to DtdProcessing_Prohibit
-  kSetInput,           ///< IXmlReader::SetInput
+  kLoadLibrary,       ///< xmllite.dll; *status holds the system error
+  kFindCreateReader,  ///< CreateXmlReader missing from it
+  kOpenFile,          ///< SHCreateStreamOnFileW
+  kCreateReader,      ///< CreateXmlReader
+  kProhibitDtd,       ///< setting XmlReaderProperty_DtdProcessing to DtdProcessing_Prohibit
+  kSetInput,          ///< IXmlReader::SetInput
 };
 
 class XmlDocuments {

@@ -62,18 +62,19 @@ bool BuildPortMatch(IMatchBuilder* builder, int32_t type, const wchar_t* text, i
       ConsolePrint(L"    Invalid value for local port range match: %s\n", text);
       return false;
     }
-    return Added(builder->AddLocalPortRangeMatch(EndOf(type), NetworkOrder(low),
-                                                 NetworkOrder(high), op),
-                 L"AddLocalPortRangeMatch");
+    return Added(
+        builder->AddLocalPortRangeMatch(EndOf(type), NetworkOrder(low), NetworkOrder(high), op),
+        L"AddLocalPortRangeMatch");
   }
   uint64_t port = 0;
   if (!GetNumericValue(text, 0xFFFF, &port)) {
-    ConsolePrint(L"    Value for local port match is non-numeric or greater than 65535: %s\n", text);
+    ConsolePrint(L"    Value for local port match is non-numeric or greater than 65535: %s\n",
+                 text);
     return false;
   }
-  return Added(builder->AddLocalPortMatch(EndOf(type),
-                                          NetworkOrder(static_cast<uint16_t>(port)), op),
-               L"AddLocalPortMatch");
+  return Added(
+      builder->AddLocalPortMatch(EndOf(type), NetworkOrder(static_cast<uint16_t>(port)), op),
+      L"AddLocalPortMatch");
 }
 
 bool BuildByteMatch(IMatchBuilder* builder, int32_t type, const wchar_t* text, int32_t op) {
@@ -142,7 +143,8 @@ bool BuildMacMatch(IMatchBuilder* builder, int32_t type, const wchar_t* text, in
   }
   const wchar_t* rest = text + used;
   while (*rest == L' ') ++rest;
-  if (*rest == L'\0') return Added(builder->AddMacAddrMatch(EndOf(type), low, op), L"AddMacAddrMatch");
+  if (*rest == L'\0')
+    return Added(builder->AddMacAddrMatch(EndOf(type), low, op), L"AddMacAddrMatch");
   if (!ParseMacAddress(rest, high, &used)) {
     ConsolePrint(L"    Value for MAC address match is not valid: %s\n", text);
     return false;
@@ -237,10 +239,9 @@ bool BuildMatch(IMatchBuilder* builder, const MatchRecord& match) {
         return builder->AddAppPathMatch(t, n, op);
       });
     case FW_MATCH_APP_COMMAND_LINE_PARAMS:
-      return BuildTextMatch(value, L"AddCommandLineParamsMatch",
-                            [&](const wchar_t* t, uint32_t n) {
-                              return builder->AddCommandLineParamsMatch(t, n, op);
-                            });
+      return BuildTextMatch(value, L"AddCommandLineParamsMatch", [&](const wchar_t* t, uint32_t n) {
+        return builder->AddCommandLineParamsMatch(t, n, op);
+      });
     case FW_MATCH_APP_MD5_HASH_SUM: {
       uint8_t bytes[16] = {};
       size_t count = 0;
@@ -580,7 +581,8 @@ bool BuildPolicies(IPolicyManager* manager, const std::deque<PolicyRecord>& poli
 
 // The list of one blacklist; ranges that mix versions or that the core refuses are reported
 // and left out, without failing the build.
-IIpRangeList* BuildRangeList(IHighPriorityIpListControl* control, const BlacklistRecord& blacklist) {
+IIpRangeList* BuildRangeList(IHighPriorityIpListControl* control,
+                             const BlacklistRecord& blacklist) {
   ConsolePrint(L"Calling BlackListControl->GetListBuilder with BlackListControl %p\n", control);
   IIpRangeList* list = nullptr;
   if (Stored(ObtainObject(&list, [&] { return control->GetListBuilder(&list); })) != kStatusOk) {

@@ -17,44 +17,147 @@ using platform::XmlNodeType;
 // The element vocabulary; an element's code is its place in this list, from 1.
 enum Element : int {
   kUnknown = 0,
-  kPolicies, kPolicy, kGroup, kDefaultGroup, kRule, kAction, kDefaultAction, kMatch,
-  kAggregateMatch, kUid, kPpuid, kName, kTarget, kEnabled, kHotDropIf, kTeredo,
-  kTeredoAwareApp, kInvertMatch, kLogOption, kLogThrottle, kValue, kOrOperator, kStateful,
-  kSticky, kBootTimeOnly, kLength, kDefaultLogOption, kPolicyType, kActionType, kMatchType,
-  kOpType, kBlacklist, kBlacklistLogOption, kIpRange, kLow, kHigh, kTtl,
+  kPolicies,
+  kPolicy,
+  kGroup,
+  kDefaultGroup,
+  kRule,
+  kAction,
+  kDefaultAction,
+  kMatch,
+  kAggregateMatch,
+  kUid,
+  kPpuid,
+  kName,
+  kTarget,
+  kEnabled,
+  kHotDropIf,
+  kTeredo,
+  kTeredoAwareApp,
+  kInvertMatch,
+  kLogOption,
+  kLogThrottle,
+  kValue,
+  kOrOperator,
+  kStateful,
+  kSticky,
+  kBootTimeOnly,
+  kLength,
+  kDefaultLogOption,
+  kPolicyType,
+  kActionType,
+  kMatchType,
+  kOpType,
+  kBlacklist,
+  kBlacklistLogOption,
+  kIpRange,
+  kLow,
+  kHigh,
+  kTtl,
   kElementCount,
 };
 
 constexpr const wchar_t* kElementNames[kElementCount] = {
-    L"",           L"policies",         L"policy",         L"group",
-    L"default_group", L"rule",          L"action",         L"default_action",
-    L"match",      L"aggregate_match",  L"uid",            L"ppuid",
-    L"name",       L"target",           L"enabled",        L"hotdropif",
-    L"teredo",     L"teredoawareapp",   L"invertmatch",    L"logoption",
-    L"logthrottle", L"value",           L"or_operator",    L"stateful",
-    L"sticky",     L"boot_time_only",   L"length",         L"defaultlogoption",
-    L"policytype", L"actiontype",       L"matchtype",      L"optype",
-    L"blacklist",  L"blacklist_logoption", L"ip_range",    L"low",
-    L"high",       L"ttl",
+    L"",
+    L"policies",
+    L"policy",
+    L"group",
+    L"default_group",
+    L"rule",
+    L"action",
+    L"default_action",
+    L"match",
+    L"aggregate_match",
+    L"uid",
+    L"ppuid",
+    L"name",
+    L"target",
+    L"enabled",
+    L"hotdropif",
+    L"teredo",
+    L"teredoawareapp",
+    L"invertmatch",
+    L"logoption",
+    L"logthrottle",
+    L"value",
+    L"or_operator",
+    L"stateful",
+    L"sticky",
+    L"boot_time_only",
+    L"length",
+    L"defaultlogoption",
+    L"policytype",
+    L"actiontype",
+    L"matchtype",
+    L"optype",
+    L"blacklist",
+    L"blacklist_logoption",
+    L"ip_range",
+    L"low",
+    L"high",
+    L"ttl",
 };
 
 // The pending-value codes: what a leaf element's text is for, and the code once it is taken.
 enum Pending : int {
   kNone = 0,
-  kPolicyTypeValue = 1, kActionTypeValue = 2, kMatchTypeValue = 3, kOpTypeValue = 4,
-  kPolicyTypeDone = 5, kActionTypeDone = 6, kMatchTypeDone = 7, kOpTypeDone = 8,
-  kHotDropValue = 9, kHotDropDone = 10, kTeredoValue = 11, kTeredoDone = 12,
-  kTeredoAwareValue = 13, kTeredoAwareDone = 14, kInvertValue = 15, kInvertDone = 16,
-  kLogOptionValue = 17, kLogOptionDone = 18, kDefaultLogOptionValue = 19,
-  kDefaultLogOptionDone = 20, kStatefulValue = 21, kStatefulDone = 22, kStickyValue = 23,
-  kStickyDone = 24, kBootTimeValue = 25, kBootTimeDone = 26, kEnabledValue = 27,
-  kEnabledDone = 28, kTargetValue = 29, kTargetDone = 30, kLengthValue = 31, kLengthDone = 32,
-  kOrOperatorValue = 33, kOrOperatorDone = 34, kValueValue = 37, kValueDone = 38,
-  kRuleNameValue = 39, kGroupNameValue = 40, kAggregateNameValue = 41, kPolicyNameValue = 42,
-  kNameDone = 43, kPolicyUidValue = 44, kAggregateUidValue = 45, kPpuidValue = 46,
-  kGroupUidValue = 47, kRuleUidValue = 48, kUidDone = 49, kPpuidDone = 50, kLowValue = 51,
-  kLowDone = 52, kHighValue = 53, kHighDone = 54, kTtlValue = 55, kTtlDone = 56,
-  kBlacklistLogOptionValue = 57, kBlacklistLogOptionDone = 58, kLogThrottleValue = 59,
+  kPolicyTypeValue = 1,
+  kActionTypeValue = 2,
+  kMatchTypeValue = 3,
+  kOpTypeValue = 4,
+  kPolicyTypeDone = 5,
+  kActionTypeDone = 6,
+  kMatchTypeDone = 7,
+  kOpTypeDone = 8,
+  kHotDropValue = 9,
+  kHotDropDone = 10,
+  kTeredoValue = 11,
+  kTeredoDone = 12,
+  kTeredoAwareValue = 13,
+  kTeredoAwareDone = 14,
+  kInvertValue = 15,
+  kInvertDone = 16,
+  kLogOptionValue = 17,
+  kLogOptionDone = 18,
+  kDefaultLogOptionValue = 19,
+  kDefaultLogOptionDone = 20,
+  kStatefulValue = 21,
+  kStatefulDone = 22,
+  kStickyValue = 23,
+  kStickyDone = 24,
+  kBootTimeValue = 25,
+  kBootTimeDone = 26,
+  kEnabledValue = 27,
+  kEnabledDone = 28,
+  kTargetValue = 29,
+  kTargetDone = 30,
+  kLengthValue = 31,
+  kLengthDone = 32,
+  kOrOperatorValue = 33,
+  kOrOperatorDone = 34,
+  kValueValue = 37,
+  kValueDone = 38,
+  kRuleNameValue = 39,
+  kGroupNameValue = 40,
+  kAggregateNameValue = 41,
+  kPolicyNameValue = 42,
+  kNameDone = 43,
+  kPolicyUidValue = 44,
+  kAggregateUidValue = 45,
+  kPpuidValue = 46,
+  kGroupUidValue = 47,
+  kRuleUidValue = 48,
+  kUidDone = 49,
+  kPpuidDone = 50,
+  kLowValue = 51,
+  kLowDone = 52,
+  kHighValue = 53,
+  kHighDone = 54,
+  kTtlValue = 55,
+  kTtlDone = 56,
+  kBlacklistLogOptionValue = 57,
+  kBlacklistLogOptionDone = 58,
+  kLogThrottleValue = 59,
   kLogThrottleDone = 60,
 };
 
@@ -92,58 +195,82 @@ struct LeafRule {
 };
 
 constexpr LeafRule kLeaves[] = {
-    {kTarget, Needs::kAction,
+    {kTarget,
+     Needs::kAction,
      {kTargetValue, kTargetDone, L"Error: cannot specify target unless in an action\n"}},
-    {kLength, Needs::kAction,
+    {kLength,
+     Needs::kAction,
      {kLengthValue, kLengthDone, L"Error: cannot specify length unless in an action\n"}},
-    {kActionType, Needs::kAction,
-     {kActionTypeValue, kActionTypeDone, L"Error: cannot specify actiontype unless in an action\n"}},
-    {kEnabled, Needs::kRule,
+    {kActionType,
+     Needs::kAction,
+     {kActionTypeValue, kActionTypeDone,
+      L"Error: cannot specify actiontype unless in an action\n"}},
+    {kEnabled,
+     Needs::kRule,
      {kEnabledValue, kEnabledDone, L"Error: cannot specify enabled unless in a rule\n"}},
-    {kHotDropIf, Needs::kRule,
+    {kHotDropIf,
+     Needs::kRule,
      {kHotDropValue, kHotDropDone, L"Error: cannot specify hotdropif unless in a rule\n"}},
-    {kTeredo, Needs::kRule,
+    {kTeredo,
+     Needs::kRule,
      {kTeredoValue, kTeredoDone, L"Error: cannot specify teredo unless in a rule\n"}},
-    {kTeredoAwareApp, Needs::kRule,
+    {kTeredoAwareApp,
+     Needs::kRule,
      {kTeredoAwareValue, kTeredoAwareDone,
       L"Error: cannot specify teredoappaware unless in a rule\n"}},
-    {kInvertMatch, Needs::kRule,
+    {kInvertMatch,
+     Needs::kRule,
      {kInvertValue, kInvertDone, L"Error: cannot specify invertmatch unless in a rule\n"}},
-    {kLogOption, Needs::kRule,
+    {kLogOption,
+     Needs::kRule,
      {kLogOptionValue, kLogOptionDone, L"Error: cannot specify logoption unless in a rule\n"}},
-    {kLogThrottle, Needs::kRule,
+    {kLogThrottle,
+     Needs::kRule,
      {kLogThrottleValue, kLogThrottleDone,
       L"Error: cannot specify logthrottle unless in a rule\n"}},
-    {kMatchType, Needs::kMatch,
+    {kMatchType,
+     Needs::kMatch,
      {kMatchTypeValue, kMatchTypeDone, L"Error: cannot specify matchtype unless in a match\n"}},
-    {kOpType, Needs::kMatch,
+    {kOpType,
+     Needs::kMatch,
      {kOpTypeValue, kOpTypeDone, L"Error: cannot specify optype unless in a match\n"}},
-    {kValue, Needs::kMatch,
+    {kValue,
+     Needs::kMatch,
      {kValueValue, kValueDone, L"Error: cannot specify value unless in a match\n"}},
-    {kOrOperator, Needs::kAggregate,
+    {kOrOperator,
+     Needs::kAggregate,
      {kOrOperatorValue, kOrOperatorDone,
       L"Error: cannot specify or_operator unless in an aggregate match\n"}},
-    {kStateful, Needs::kPolicy,
+    {kStateful,
+     Needs::kPolicy,
      {kStatefulValue, kStatefulDone, L"Error: cannot specify stateful unless in a policy\n"}},
-    {kSticky, Needs::kPolicy,
+    {kSticky,
+     Needs::kPolicy,
      {kStickyValue, kStickyDone, L"Error: cannot specify sticky unless in a policy\n"}},
-    {kBootTimeOnly, Needs::kPolicy,
-     {kBootTimeValue, kBootTimeDone,
-      L"Error: cannot specify boot_time_only unless in a policy\n"}},
-    {kDefaultLogOption, Needs::kPolicy,
+    {kBootTimeOnly,
+     Needs::kPolicy,
+     {kBootTimeValue, kBootTimeDone, L"Error: cannot specify boot_time_only unless in a policy\n"}},
+    {kDefaultLogOption,
+     Needs::kPolicy,
      {kDefaultLogOptionValue, kDefaultLogOptionDone,
       L"Error: cannot specify defaultlogoption unless in a policy\n"}},
-    {kPolicyType, Needs::kPolicy,
+    {kPolicyType,
+     Needs::kPolicy,
      {kPolicyTypeValue, kPolicyTypeDone, L"Error: cannot specify policytype unless in a policy\n"}},
     {kPpuid, Needs::kPolicy, {kPpuidValue, kPpuidDone, L"Must be in policy to use <ppuid>\n"}},
-    {kBlacklistLogOption, Needs::kBlacklist,
+    {kBlacklistLogOption,
+     Needs::kBlacklist,
      {kBlacklistLogOptionValue, kBlacklistLogOptionDone,
       L"Error: cannot specify blacklistlogoption unless in a blacklist\n"}},
-    {kLow, Needs::kRange,
+    {kLow,
+     Needs::kRange,
      {kLowValue, kLowDone, L"Error: must be in an ip_range to specify <low>\n"}},
-    {kHigh, Needs::kRange,
+    {kHigh,
+     Needs::kRange,
      {kHighValue, kHighDone, L"Error: must be in an ip_range to specify <high>\n"}},
-    {kTtl, Needs::kRange, {kTtlValue, kTtlDone, L"Error: must be in an ip_range to specify <ttl>\n"}},
+    {kTtl,
+     Needs::kRange,
+     {kTtlValue, kTtlDone, L"Error: must be in an ip_range to specify <ttl>\n"}},
 };
 
 const LeafRule* FindLeaf(int element) {
@@ -255,7 +382,8 @@ bool PolicyDocumentReader::ReadPolicyDocument(const wchar_t* path) {
         ConsolePrint(L"Please install xmllite in order to process XML policies.\n");
         break;
       case platform::XmlOpenStep::kFindCreateReader:
-        ConsolePrint(L"Error obtaining pointer to CreateXmlReader API, please reinstall xmllite!\n");
+        ConsolePrint(
+            L"Error obtaining pointer to CreateXmlReader API, please reinstall xmllite!\n");
         break;
       case platform::XmlOpenStep::kOpenFile:
         ConsolePrint(L"Error creating file reader, error is %08.8lx", status);
@@ -348,8 +476,10 @@ bool PolicyDocumentReader::OpenElement(const wchar_t* name) {
     case kPolicies:
       return true;
     case kPolicy:
-      if (blacklist_ != nullptr) return Fail(L"Error: in a blacklist when <policy> was encountered\n");
-      if (policy_ != nullptr) return Fail(L"Error: already in a policy when <policy> was encountered\n");
+      if (blacklist_ != nullptr)
+        return Fail(L"Error: in a blacklist when <policy> was encountered\n");
+      if (policy_ != nullptr)
+        return Fail(L"Error: already in a policy when <policy> was encountered\n");
       policy_ = &document_.policies.emplace_back();
       return true;
     case kDefaultGroup:
@@ -364,7 +494,8 @@ bool PolicyDocumentReader::OpenElement(const wchar_t* name) {
       group_->isDefault = true;
       return true;
     case kGroup:
-      if (group_ != nullptr) return Fail(L"Error: already in a group when <group> was encountered\n");
+      if (group_ != nullptr)
+        return Fail(L"Error: already in a group when <group> was encountered\n");
       if (policy_ == nullptr) return false;
       group_ = &policy_->groups.emplace_back();
       return true;
@@ -375,7 +506,8 @@ bool PolicyDocumentReader::OpenElement(const wchar_t* name) {
       return true;
     case kAction:
       if (rule_ == nullptr) return Fail(L"Error: not in <rule> when <action> encountered!\n");
-      if (action_ != nullptr) return Fail(L"Error: already in an action when <action> encountered!\n");
+      if (action_ != nullptr)
+        return Fail(L"Error: already in an action when <action> encountered!\n");
       action_ = &rule_->action.emplace();
       return true;
     case kDefaultAction:
@@ -414,8 +546,10 @@ bool PolicyDocumentReader::OpenElement(const wchar_t* name) {
       blacklist_ = &document_.blacklists.emplace_back();
       return true;
     case kIpRange:
-      if (blacklist_ == nullptr) return Fail(L"Error: cannot specify ip_range unless in a blacklist\n");
-      if (range_ != nullptr) return Fail(L"Error: already in an ip_range when <ip_range> encountered\n");
+      if (blacklist_ == nullptr)
+        return Fail(L"Error: cannot specify ip_range unless in a blacklist\n");
+      if (range_ != nullptr)
+        return Fail(L"Error: already in an ip_range when <ip_range> encountered\n");
       range_ = &blacklist_->ranges.emplace_back();
       return true;
     case kUid:
@@ -666,11 +800,10 @@ bool PolicyDocumentReader::TakeValue(const wchar_t* text) {
     case kGroupNameValue:
     case kAggregateNameValue:
     case kPolicyNameValue: {
-      std::optional<std::wstring>* field = pending == kRuleNameValue    ? &rule_->name
-                                           : pending == kGroupNameValue ? &group_->name
-                                           : pending == kAggregateNameValue
-                                               ? &aggregate_->name
-                                               : &policy_->name;
+      std::optional<std::wstring>* field = pending == kRuleNameValue        ? &rule_->name
+                                           : pending == kGroupNameValue     ? &group_->name
+                                           : pending == kAggregateNameValue ? &aggregate_->name
+                                                                            : &policy_->name;
       std::wstring name;
       taken = ParseName(text, OwnerOf(pending), &name);
       if (taken) *field = std::move(name);
@@ -806,8 +939,9 @@ bool PolicyDocumentReader::CloseElement(const wchar_t* name) {
     case kDefaultAction:
       return close(
           action_,
-          element == kAction ? L"Error: encountered </action> while not in an action\n"
-                             : L"Error: encountered </default_action> while not in default action\n",
+          element == kAction
+              ? L"Error: encountered </action> while not in an action\n"
+              : L"Error: encountered </default_action> while not in default action\n",
           [&]() -> const wchar_t* { return ActionComplete() ? nullptr : L""; },
           element == kAction ? L"Error: action is incomplete\n"
                              : L"Error: default action is incomplete\n");

@@ -12,7 +12,6 @@ namespace nw {
 /// A port the core stores in network byte order, as the number it stands for.
 uint16_t PortFromNetworkOrder(uint16_t stored);
 
-
 /// The image name of a process path: what follows the last backslash, the whole path when it
 /// has none, and an empty text for a null path.
 const wchar_t* ImageName(const wchar_t* path);

@@ -1,7 +1,7 @@
-// Generated table entries (and blacklist ranges): each one a pure function of the table's seed and the entry's index,
-// so a table of any size costs nothing until an entry is asked for, and asking twice gives the
-// same entry. The mix is that of a busy small host: mostly IPv4, mostly TCP, a few ICMP
-// exchanges, some other protocol now and then.
+// Generated table entries (and blacklist ranges): each one a pure function of the table's seed and
+// the entry's index, so a table of any size costs nothing until an entry is asked for, and asking
+// twice gives the same entry. The mix is that of a busy small host: mostly IPv4, mostly TCP, a few
+// ICMP exchanges, some other protocol now and then.
 
 #include <cstdio>
 #include <string>

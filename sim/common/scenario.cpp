@@ -392,9 +392,9 @@ std::string KnownFaultsText() {
   }
   names += "; any of them as <interface>::<operation>";
   // The operations that take an item, grouped by the item's form.
-  for (FaultItem kind : {FaultItem::kRequestCode, FaultItem::kAddressIndex, FaultItem::kProcessId,
-                         FaultItem::kPolicyType, FaultItem::kPolicy, FaultItem::kPolicyFetch,
-                         FaultItem::kTerm}) {
+  for (FaultItem kind :
+       {FaultItem::kRequestCode, FaultItem::kAddressIndex, FaultItem::kProcessId,
+        FaultItem::kPolicyType, FaultItem::kPolicy, FaultItem::kPolicyFetch, FaultItem::kTerm}) {
     std::string group;
     for (const FaultOperation& op : kFaultOperations) {
       if (op.item == kind) group += (group.empty() ? "" : ", ") + std::string(op.name);

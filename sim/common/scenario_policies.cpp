@@ -630,7 +630,7 @@ IpAddress RandomAddress(Random& random, bool v6) {
 }
 
 constexpr const wchar_t* kGeneratedStrings[] = {
-    L"C:\\Program Files\\Examplesoft\\app.exe",          L"--service --port 8080", L"R&D Tools Ltd",
+    L"C:\\Program Files\\Examplesoft\\app.exe",      L"--service --port 8080", L"R&D Tools Ltd",
     L"S-1-5-21-1004336348-1177238915-682003330-512", L"Ethernet adapter",      L"Backup agent",
     L"\\Device\\HarddiskVolume2\\Tools\\sync.exe",
 };

@@ -5,8 +5,8 @@
 #include <limits>
 
 #include "sim/common/address_text.h"
-#include "sim/common/scenario_policies.h"
 #include "sim/common/scenario.h"
+#include "sim/common/scenario_policies.h"
 
 namespace nw::sim {
 namespace {
@@ -385,8 +385,8 @@ Json BlacklistToJson(const BlacklistScenario& blacklist) {
   }
   section["entries"] = std::move(entries);
   if (blacklist.generated.count != 0) {
-    section["generate"] = Json{{"count", blacklist.generated.count},
-                               {"seed", blacklist.generated.seed}};
+    section["generate"] =
+        Json{{"count", blacklist.generated.count}, {"seed", blacklist.generated.seed}};
   }
   if (!blacklist.counts.empty()) section["counts"] = blacklist.counts;
   return section;

@@ -56,9 +56,9 @@ Status HighPriorityIpListControl::GetListBuilder(IIpRangeList** out) {
 }
 
 // The list given is one this core handed out from GetListBuilder.
-Status HighPriorityIpListControl::Change(
-    const char* operation, IIpRangeList* list,
-    void (*change)(BlacklistScenario& blacklist, const std::vector<BlacklistRange>&)) {
+Status HighPriorityIpListControl::Change(const char* operation, IIpRangeList* list,
+                                         void (*change)(BlacklistScenario& blacklist,
+                                                        const std::vector<BlacklistRange>&)) {
   if (list == nullptr) return Traced(operation, kStatusInvalidArg);
   if (auto fault = Fault(operation)) return Traced(operation, *fault);
   const std::vector<BlacklistRange>& ranges = static_cast<IpRangeList*>(list)->Listed();

@@ -116,10 +116,10 @@ Status SimMatchBuilder::AddHashSumMatch(const uint8_t* bytes, uint32_t count, in
 }
 Status SimMatchBuilder::AddAppDigitalSignerMatch(const wchar_t* text, uint32_t length,
                                                  int32_t caseSensitive, int32_t op) {
-  return AddText("AddAppDigitalSignerMatch",
-                 caseSensitive != 0 ? FW_MATCH_APP_DIGITAL_SIGNER
-                                    : FW_MATCH_APP_DIGITAL_SIGNER_CASEINS,
-                 text, length, op);
+  return AddText(
+      "AddAppDigitalSignerMatch",
+      caseSensitive != 0 ? FW_MATCH_APP_DIGITAL_SIGNER : FW_MATCH_APP_DIGITAL_SIGNER_CASEINS, text,
+      length, op);
 }
 Status SimMatchBuilder::AddLocalPortMatch(int32_t end, uint16_t port, int32_t op) {
   return Add("AddLocalPortMatch", PortType(end), op,
@@ -159,8 +159,9 @@ Status SimMatchBuilder::AddLocalIpAddressMatch(int32_t end, const IpAddress* add
 Status SimMatchBuilder::AddLocalIpAddressRangeMatch(int32_t end, const IpAddress* low,
                                                     const IpAddress* high, int32_t op) {
   if (low == nullptr || high == nullptr) return kStatusInvalidArg;
-  return Add("AddLocalIpAddressRangeMatch", AddressType(end), op,
-             [&](TermModel& term) { term.ipRange = IpAddressRange{*low, *high}; });
+  return Add("AddLocalIpAddressRangeMatch", AddressType(end), op, [&](TermModel& term) {
+    term.ipRange = IpAddressRange{*low, *high};
+  });
 }
 Status SimMatchBuilder::AddLocalIpAddressPrefixMatch(int32_t end, const IpAddress* address,
                                                      uint8_t prefixLength, int32_t op) {
@@ -210,7 +211,9 @@ Status SimMatchBuilder::AddInterfaceIndexV6Match(uint32_t index, int32_t op) {
 }
 Status SimMatchBuilder::AddInterfaceIndexV6RangeMatch(uint32_t low, uint32_t high, int32_t op) {
   return Add("AddInterfaceIndexV6RangeMatch", FW_MATCH_INTERFACE_INDEX_V6, op,
-             [&](TermModel& term) { term.uint64Range = Uint64Range{low, high}; });
+             [&](TermModel& term) {
+               term.uint64Range = Uint64Range{low, high};
+             });
 }
 Status SimMatchBuilder::AddInterfaceIndexV4Match(uint32_t index, int32_t op) {
   return Add("AddInterfaceIndexV4Match", FW_MATCH_INTERFACE_INDEX_V4, op,
@@ -218,15 +221,18 @@ Status SimMatchBuilder::AddInterfaceIndexV4Match(uint32_t index, int32_t op) {
 }
 Status SimMatchBuilder::AddInterfaceIndexV4RangeMatch(uint32_t low, uint32_t high, int32_t op) {
   return Add("AddInterfaceIndexV4RangeMatch", FW_MATCH_INTERFACE_INDEX_V4, op,
-             [&](TermModel& term) { term.uint64Range = Uint64Range{low, high}; });
+             [&](TermModel& term) {
+               term.uint64Range = Uint64Range{low, high};
+             });
 }
 Status SimMatchBuilder::AddInterfaceIndexMatch(uint64_t index, int32_t op) {
   return Add("AddInterfaceIndexMatch", FW_MATCH_INTERFACE_INDEX, op,
              [&](TermModel& term) { term.uint64 = index; });
 }
 Status SimMatchBuilder::AddInterfaceIndexRangeMatch(uint64_t low, uint64_t high, int32_t op) {
-  return Add("AddInterfaceIndexRangeMatch", FW_MATCH_INTERFACE_INDEX, op,
-             [&](TermModel& term) { term.uint64Range = Uint64Range{low, high}; });
+  return Add("AddInterfaceIndexRangeMatch", FW_MATCH_INTERFACE_INDEX, op, [&](TermModel& term) {
+    term.uint64Range = Uint64Range{low, high};
+  });
 }
 Status SimMatchBuilder::AddConnectionBytesSentMatch(uint64_t bytes, int32_t op) {
   return Add("AddConnectionBytesSentMatch", FW_MATCH_BYTES_SENT, op,
@@ -238,8 +244,8 @@ Status SimMatchBuilder::AddConnectionBytesReceivedMatch(uint64_t bytes, int32_t 
 }
 Status SimMatchBuilder::AddConnectionSpecificDnsSuffixMatch(const wchar_t* text, uint32_t length,
                                                             int32_t op) {
-  return AddText("AddConnectionSpecificDnsSuffixMatch", FW_MATCH_CONNSPEC_DNS_SUFFIX, text,
-                 length, op);
+  return AddText("AddConnectionSpecificDnsSuffixMatch", FW_MATCH_CONNSPEC_DNS_SUFFIX, text, length,
+                 op);
 }
 Status SimMatchBuilder::AddProcessIdMatch(uint64_t processId, int32_t op) {
   return Add("AddProcessIdMatch", FW_MATCH_PROCESS_ID, op,

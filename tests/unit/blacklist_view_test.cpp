@@ -192,11 +192,11 @@ TEST(BlacklistViewTest, ReadsEachRangeInTheContractOrder) {
   FakeBlacklistControl control(log);
   control.Add({{.version = 4}, V6(2, 1)});
   Show(control, 0);
-  EXPECT_EQ(log, (CallLog{"GetExistingLogOption", "GetExistingList", "GetCount",
-                          "GetTimeToLive(0)", "GetTimeRemaining(0)", "GetAutoCreate(0)",
-                          "GetIpVersion(0)", "GetLowV4(0)", "GetHighV4(0)", "GetTimeToLive(1)",
-                          "GetTimeRemaining(1)", "GetAutoCreate(1)", "GetIpVersion(1)",
-                          "GetLowV6(1)", "GetHighV6(1)", "IIpRangeList::Release"}));
+  EXPECT_EQ(log,
+            (CallLog{"GetExistingLogOption", "GetExistingList", "GetCount", "GetTimeToLive(0)",
+                     "GetTimeRemaining(0)", "GetAutoCreate(0)", "GetIpVersion(0)", "GetLowV4(0)",
+                     "GetHighV4(0)", "GetTimeToLive(1)", "GetTimeRemaining(1)", "GetAutoCreate(1)",
+                     "GetIpVersion(1)", "GetLowV6(1)", "GetHighV6(1)", "IIpRangeList::Release"}));
 }
 
 TEST(BlacklistViewTest, LogOptionByModeAndName) {
@@ -205,12 +205,9 @@ TEST(BlacklistViewTest, LogOptionByModeAndName) {
     const char* text;
     const char* name;
   } cases[] = {
-      {0, "0", "FW_LOG_OPTION_NONE"},
-      {1, "1", "FW_LOG_OPTION_CONNECTION_PARAMS"},
-      {2, "2", "FW_LOG_OPTION_PACKET"},
-      {3, "3", "FW_LOG_OPTION_INVALID"},
-      {7, "7", "FW_LOG_OPTION_INVALID"},
-      {-1, "-1", "FW_LOG_OPTION_INVALID"},
+      {0, "0", "FW_LOG_OPTION_NONE"},    {1, "1", "FW_LOG_OPTION_CONNECTION_PARAMS"},
+      {2, "2", "FW_LOG_OPTION_PACKET"},  {3, "3", "FW_LOG_OPTION_INVALID"},
+      {7, "7", "FW_LOG_OPTION_INVALID"}, {-1, "-1", "FW_LOG_OPTION_INVALID"},
   };
   for (const auto& c : cases) {
     CallLog log;

@@ -38,9 +38,9 @@ std::string Printed(F&& print) {
 // A core playing scenarioText, with its debugger output kept for the test.
 std::shared_ptr<CoreState> CoreFor(std::string_view scenarioText,
                                    std::vector<std::wstring>* lines) {
-  return std::make_shared<CoreState>(LibraryState::Options{
-      "kvxfwctl", scenarioText, std::string(), "",
-      [lines](const std::wstring& line) { lines->push_back(line); }, false});
+  return std::make_shared<CoreState>(
+      LibraryState::Options{"kvxfwctl", scenarioText, std::string(), "",
+                            [lines](const std::wstring& line) { lines->push_back(line); }, false});
 }
 
 using Leaf = std::pair<std::string, std::string>;
@@ -108,15 +108,14 @@ void ExpectRule(xmlNode* element, const RuleModel& rule) {
   const std::string uid = GuidText(rule.uid);
   const auto children = Children(element);
   ASSERT_GE(children.size(), 8u);
-  const std::vector<Leaf> expected = {
-      {"name", rule.name.empty() ? uid : WideToUtf8(rule.name)},
-      {"uid", uid},
-      {"enabled", TrueFalse(rule.enabled)},
-      {"hotdropif", TrueFalse(rule.hotDropIfNotMatch)},
-      {"teredo", TrueFalse(rule.teredo)},
-      {"teredoawareapp", TrueFalse(rule.teredoAwareApp)},
-      {"invertmatch", TrueFalse(rule.invertMatch)},
-      {"action", ""}};
+  const std::vector<Leaf> expected = {{"name", rule.name.empty() ? uid : WideToUtf8(rule.name)},
+                                      {"uid", uid},
+                                      {"enabled", TrueFalse(rule.enabled)},
+                                      {"hotdropif", TrueFalse(rule.hotDropIfNotMatch)},
+                                      {"teredo", TrueFalse(rule.teredo)},
+                                      {"teredoawareapp", TrueFalse(rule.teredoAwareApp)},
+                                      {"invertmatch", TrueFalse(rule.invertMatch)},
+                                      {"action", ""}};
   const auto leaves = Leaves(element);
   EXPECT_EQ(std::vector(leaves.begin(), leaves.begin() + 8), expected);
   const auto action = Leaves(children[7]);
@@ -148,8 +147,8 @@ void ExpectPolicy(xmlNode* element, const PolicyModel& policy) {
       {"defaultlogoption", Utf8(LogOptionName(policy.defaultLogOption))},
       {"default_action", ""}};
   EXPECT_EQ(std::vector(leaves.begin(), leaves.begin() + 9), head);
-  EXPECT_EQ(Leaves(children[8]), (std::vector<Leaf>{
-                                     {"actiontype", Utf8(ActionName(policy.defaultAction))}}));
+  EXPECT_EQ(Leaves(children[8]),
+            (std::vector<Leaf>{{"actiontype", Utf8(ActionName(policy.defaultAction))}}));
   size_t at = 9;
   for (const AggregateModel& aggregate : policy.aggregates) {
     ASSERT_LT(at, children.size());
@@ -223,8 +222,8 @@ TEST(DocumentTreeTest, GeneratedPolicies) {
 TEST(DocumentTreeTest, GeneratedBlacklist) {
   constexpr uint64_t kRanges = 500;
   std::vector<std::wstring> lines;
-  auto state = CoreFor(R"({"blacklist": {"logOption": 2, "generate": {"count": 500, "seed": 3}}})",
-                       &lines);
+  auto state =
+      CoreFor(R"({"blacklist": {"logOption": 2, "generate": {"count": 500, "seed": 3}}})", &lines);
   auto* control = new HighPriorityIpListControl(state);
   CoreConnection connection;
   connection.highPriorityIpList = control;

@@ -48,9 +48,9 @@ class Core {
              ("nw-builder-" + std::to_string(random()) + ".json"))
                 .string();
     std::ofstream(path_, std::ios::binary) << scenario;
-    state = std::make_shared<CoreState>(LibraryState::Options{
-        "kvxfwctl", sim::DefaultScenarioText(), path_, "",
-        [this](const std::wstring& line) { trace.push_back(line); }, false});
+    state = std::make_shared<CoreState>(
+        LibraryState::Options{"kvxfwctl", sim::DefaultScenarioText(), path_, "",
+                              [this](const std::wstring& line) { trace.push_back(line); }, false});
     connection.policyManager = new sim::PolicyManager(state);
     connection.highPriorityIpList = new sim::HighPriorityIpListControl(state);
   }
@@ -251,8 +251,9 @@ TEST(PolicyBuilderTest, FailuresAndTheirContext) {
        "    Error returned from AddAppPathMatch, 80004005\n    Error building config: match\n"
        "    Error building config: rule\n    Error building config: default group\n" +
            context + "    Rule at time of error: R\n"},
-      {"AddPolicy", "Calling PolicyManager->AddPolicy\n"
-                    "    Error from PolicyManager->AddPolicy: 80004005.\n"},
+      {"AddPolicy",
+       "Calling PolicyManager->AddPolicy\n"
+       "    Error from PolicyManager->AddPolicy: 80004005.\n"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.fault);
@@ -372,7 +373,8 @@ TEST(PolicyBuilderTest, MatchValues) {
     PolicyDocument doc;
     doc.policies.push_back(Policy(1, L"", {Rule(2, L"", {c.match})}));
     LastStatus = 0;
-    std::string text = Printed([&] { EXPECT_EQ(BuildConfiguration(&core.connection, 0, doc), c.built); });
+    std::string text =
+        Printed([&] { EXPECT_EQ(BuildConfiguration(&core.connection, 0, doc), c.built); });
     const std::string tail = c.built ? "Calling PolicyManager->AddPolicy\n"
                                      : "    Error building config: match\n"
                                        "    Error building config: rule\n"
@@ -387,14 +389,15 @@ TEST(PolicyBuilderTest, MatchValues) {
 TEST(PolicyBuilderTest, StoredTerms) {
   Core core(kEmptyCore);
   PolicyDocument doc;
-  doc.policies.push_back(Policy(
-      1, L"", {Rule(2, L"", {Match(FW_MATCH_DESTINATION_PORT, L"0x1bb"),
-                             Match(FW_MATCH_LOCAL_ADAPTER_ADDRESS,
-                                   L"01-02-03-04-05-06-07-08 11-12-13-14-15-16-17-18"),
-                             Match(FW_MATCH_APP_MD5_HASH_SUM, L"1 2 255"),
-                             Match(FW_MATCH_SOURCE_IP_ADDRESS, L"fe80::/64"),
-                             Match(FW_MATCH_REMOTE_IP_ADDRESS, L"host-1.example"),
-                             Match(FW_MATCH_IP_PROTOCOL, L"17")})}));
+  doc.policies.push_back(Policy(1, L"",
+                                {Rule(2, L"",
+                                      {Match(FW_MATCH_DESTINATION_PORT, L"0x1bb"),
+                                       Match(FW_MATCH_LOCAL_ADAPTER_ADDRESS,
+                                             L"01-02-03-04-05-06-07-08 11-12-13-14-15-16-17-18"),
+                                       Match(FW_MATCH_APP_MD5_HASH_SUM, L"1 2 255"),
+                                       Match(FW_MATCH_SOURCE_IP_ADDRESS, L"fe80::/64"),
+                                       Match(FW_MATCH_REMOTE_IP_ADDRESS, L"host-1.example"),
+                                       Match(FW_MATCH_IP_PROTOCOL, L"17")})}));
   Printed([&] { ASSERT_TRUE(BuildConfiguration(&core.connection, 0, doc)); });
   const auto policy = sim::FindPolicy(core.scenario().policies, Uid(1));
   ASSERT_NE(policy, nullptr);
@@ -438,17 +441,18 @@ TEST(BlacklistBuilderTest, OperationsChangeTheSavedList) {
                 static_cast<unsigned long long>(
                     reinterpret_cast<uintptr_t>(core.connection.highPriorityIpList)));
   const std::string building = std::string(
-                                    "Calling BlackListControl->GetListBuilder with "
-                                    "BlackListControl ") +
-                                pointer +
-                                "\nStarting loop to build ip range config\n"
-                                "Building ip range config\n"
-                                "Building ip range config\n"
-                                "Error: mixing IP V4 and IP V6 addresses in an IP range is not "
-                                "allowed.\n"
-                                "Building ip range config\n";
-  EXPECT_EQ(Printed([&] { EXPECT_TRUE(BuildConfiguration(&core.connection, kBlacklistAppend, doc)); }),
-            building);
+                                   "Calling BlackListControl->GetListBuilder with "
+                                   "BlackListControl ") +
+                               pointer +
+                               "\nStarting loop to build ip range config\n"
+                               "Building ip range config\n"
+                               "Building ip range config\n"
+                               "Error: mixing IP V4 and IP V6 addresses in an IP range is not "
+                               "allowed.\n"
+                               "Building ip range config\n";
+  EXPECT_EQ(
+      Printed([&] { EXPECT_TRUE(BuildConfiguration(&core.connection, kBlacklistAppend, doc)); }),
+      building);
   EXPECT_EQ(core.scenario().tables.blacklist.entries.size(), 4u);
   EXPECT_EQ(core.scenario().tables.blacklist.logOption, 2);
   Printed([&] { EXPECT_TRUE(BuildConfiguration(&core.connection, kBlacklistDelete, doc)); });
@@ -492,21 +496,27 @@ TEST(BlacklistBuilderTest, Failures) {
     range.low = IpAddress{{10, 0, 0, 1}, 4};
     range.high = IpAddress{{10, 0, 0, 2}, 4};
     doc.blacklists.emplace_back().ranges.push_back(range);
-    const std::string text = Printed([&] { BuildConfiguration(&core.connection, c.operation, doc); });
+    const std::string text =
+        Printed([&] { BuildConfiguration(&core.connection, c.operation, doc); });
     EXPECT_NE(text.find(c.tail), std::string::npos) << text;
   }
 }
 
 TEST(DeletePolicyByUidTest, FormAndResult) {
-  Core core(R"({"policies": {"list": [{"uid": "0000000a-0000-4000-8000-00000000000b", "type": 2}]}})");
+  Core core(
+      R"({"policies": {"list": [{"uid": "0000000a-0000-4000-8000-00000000000b", "type": 2}]}})");
   const struct {
     const wchar_t* text;
     const char* printed;
   } cases[] = {
-      {L"0000000a-0000-4000-8000-00000000000", "Error, guid must look like this: xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx.\n"},
-      {L"0000000a-0000-4000-8000-00000000000bb", "Error, guid must look like this: xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx.\n"},
-      {L"0000000a_0000-4000-8000-00000000000b", "Error, guid must look like this: xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx.\n"},
-      {L"0000000g-0000-4000-8000-00000000000b", "Error, guid must look like this: xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx.\n"},
+      {L"0000000a-0000-4000-8000-00000000000",
+       "Error, guid must look like this: xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx.\n"},
+      {L"0000000a-0000-4000-8000-00000000000bb",
+       "Error, guid must look like this: xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx.\n"},
+      {L"0000000a_0000-4000-8000-00000000000b",
+       "Error, guid must look like this: xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx.\n"},
+      {L"0000000g-0000-4000-8000-00000000000b",
+       "Error, guid must look like this: xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx.\n"},
       {L"0000000A-0000-4000-8000-00000000000C", "    Error deleting policy: 80070490.\n"},
       {L"0000000A-0000-4000-8000-00000000000B", "    Policy was deleted successfully.\n"},
   };

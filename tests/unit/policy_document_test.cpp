@@ -41,9 +41,13 @@ size_t CountOf(const CallLog& log, const std::string& call) {
 // The lines every policy of these tests opens with, for a packet policy named name.
 std::string Opening(const std::string& uid, const std::string& name) {
   return "    <policy>\n"
-         "        <uid>" + uid + "</uid>\n"
+         "        <uid>" +
+         uid +
+         "</uid>\n"
          "        <ppuid>00000000-0000-0000-0000-000000000000</ppuid>\n"
-         "        <name>" + name + "</name>\n"
+         "        <name>" +
+         name +
+         "</name>\n"
          "        <policytype>FW_POLICY_TYPE_PACKET</policytype>\n"
          "        <stateful>NO</stateful>\n"
          "        <sticky>NO</sticky>\n"
@@ -79,11 +83,19 @@ TEST(PolicyDocumentTest, PolicyWithAggregateDefaultGroupAndFurtherGroup) {
   policy.aggregates = {{L"", true, {{23, {FakeTerm{.u64 = 12}}}}, Uid(0x21)},
                        {L"Admins", false, {}, Uid(0x22)}};
   RuleFields first{.action = 1, .uid = Uid(0x31), .logOption = 2, .throttle = 0};
-  RuleFields second{.action = 9, .uid = Uid(0x32), .target = Uid(0x41), .enabled = false,
-                    .hotDrop = true, .teredo = true, .teredoAware = true, .invert = true};
-  policy.groups = {{{L"Allow", {{24, {FakeTerm{.u64 = 12}}}}, first}, {L"", {}, second}},
-                   {{L"Inside", {}, RuleFields{.action = 5, .uid = Uid(0x33), .logOption = 1,
-                                               .throttle = 0xFFFFFFFE}}}};
+  RuleFields second{.action = 9,
+                    .uid = Uid(0x32),
+                    .target = Uid(0x41),
+                    .enabled = false,
+                    .hotDrop = true,
+                    .teredo = true,
+                    .teredoAware = true,
+                    .invert = true};
+  policy.groups = {
+      {{L"Allow", {{24, {FakeTerm{.u64 = 12}}}}, first}, {L"", {}, second}},
+      {{L"Inside",
+        {},
+        RuleFields{.action = 5, .uid = Uid(0x33), .logOption = 1, .throttle = 0xFFFFFFFE}}}};
   policy.groupUids = {Uid(0x51), Uid(0x41)};
   manager.lists[4] = {Uid(7)};
   manager.policies = {{Uid(7), policy}};

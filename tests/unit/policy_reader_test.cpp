@@ -73,24 +73,43 @@ const wchar_t kUid1[] = L"11111111-2222-3333-4444-555555555555";
 const wchar_t kUid2[] = L"aaaaaaaa-bbbb-cccc-dddd-eeeeeeeeeeee";
 
 Script CompletePolicyHead() {
-  return Join({{L"<policies", L"<policy"}, Leaf(L"uid", kUid1), Leaf(L"ppuid", kUid2),
-               Leaf(L"name", L"P"), Leaf(L"policytype", L"FW_POLICY_TYPE_PACKET")});
+  return Join({{L"<policies", L"<policy"},
+               Leaf(L"uid", kUid1),
+               Leaf(L"ppuid", kUid2),
+               Leaf(L"name", L"P"),
+               Leaf(L"policytype", L"FW_POLICY_TYPE_PACKET")});
 }
 
 TEST(PolicyReaderTest, ACompletePolicyIsRecorded) {
   PolicyDocumentReader reader;
-  const Script script = Join(
-      {CompletePolicyHead(), Leaf(L"stateful", L"NO"), Leaf(L"sticky", L"yes"),
-       Leaf(L"defaultlogoption", L"FW_LOG_OPTION_PACKET"),
-       {L"<default_action"}, Leaf(L"actiontype", L"FW_ACTION_ALLOW"), {L">default_action"},
-       {L"<aggregate_match"}, Leaf(L"name", L"Agg"), Leaf(L"or_operator", L"TRUE"),
-       Leaf(L"uid", kUid2), {L"<match"}, Leaf(L"matchtype", L"FW_MATCH_LOCAL_PORT"),
-       Leaf(L"optype", L"FW_MATCH_OP_EQUAL"), Leaf(L"value", L"80"), {L">match"},
-       {L">aggregate_match", L"<default_group", L"<rule"}, Leaf(L"name", L"R"),
-       Leaf(L"uid", kUid1), Leaf(L"enabled", L"1"), Leaf(L"logthrottle", L"0"), {L"<action"},
-       Leaf(L"actiontype", L"FW_ACTION_REDIRECT"), Leaf(L"target", L"10.0.0.1 8080 -3"),
-       {L">action", L">rule", L">default_group", L"<group"}, Leaf(L"uid", kUid2),
-       Leaf(L"name", L"G"), {L">group", L">policy", L">policies"}});
+  const Script script = Join({CompletePolicyHead(),
+                              Leaf(L"stateful", L"NO"),
+                              Leaf(L"sticky", L"yes"),
+                              Leaf(L"defaultlogoption", L"FW_LOG_OPTION_PACKET"),
+                              {L"<default_action"},
+                              Leaf(L"actiontype", L"FW_ACTION_ALLOW"),
+                              {L">default_action"},
+                              {L"<aggregate_match"},
+                              Leaf(L"name", L"Agg"),
+                              Leaf(L"or_operator", L"TRUE"),
+                              Leaf(L"uid", kUid2),
+                              {L"<match"},
+                              Leaf(L"matchtype", L"FW_MATCH_LOCAL_PORT"),
+                              Leaf(L"optype", L"FW_MATCH_OP_EQUAL"),
+                              Leaf(L"value", L"80"),
+                              {L">match"},
+                              {L">aggregate_match", L"<default_group", L"<rule"},
+                              Leaf(L"name", L"R"),
+                              Leaf(L"uid", kUid1),
+                              Leaf(L"enabled", L"1"),
+                              Leaf(L"logthrottle", L"0"),
+                              {L"<action"},
+                              Leaf(L"actiontype", L"FW_ACTION_REDIRECT"),
+                              Leaf(L"target", L"10.0.0.1 8080 -3"),
+                              {L">action", L">rule", L">default_group", L"<group"},
+                              Leaf(L"uid", kUid2),
+                              Leaf(L"name", L"G"),
+                              {L">group", L">policy", L">policies"}});
   std::string text;
   size_t accepted = 0;
   text = Printed([&] { accepted = Feed(reader, script); });
@@ -168,7 +187,8 @@ TEST(PolicyReaderTest, PlacementRefusals) {
        "Error: already in an action when <action> encountered!\n"},
       {{L"<policy", L"<group", L"<rule", L"<action", L"<default_action"},
        "Error: already in an action when <default_action> was encountered\n"},
-      {Join({{L"<policy", L"<default_action"}, Leaf(L"actiontype", L"FW_ACTION_ALLOW"),
+      {Join({{L"<policy", L"<default_action"},
+             Leaf(L"actiontype", L"FW_ACTION_ALLOW"),
              {L">default_action", L"<default_action"}}),
        "Error: default action has already been specified for this policy\n"},
       {{L"<policy", L"<aggregate_match", L"<aggregate_match"},
@@ -234,7 +254,8 @@ TEST(PolicyReaderTest, ElementCodesIgnoreCase) {
       {L"policies", "Return value from MatchElement = 1\n"},
       {L"POLICIES", "Return value from MatchElement = 1\n"},
       {L"Blacklist", "Return value from MatchElement = 32\n"},
-      {L"policiesx", "MatchElement returning invalid for policiesx\nReturn value from MatchElement = 0\n"},
+      {L"policiesx",
+       "MatchElement returning invalid for policiesx\nReturn value from MatchElement = 0\n"},
   };
   for (const auto& c : cases) {
     PolicyDocumentReader reader;
@@ -255,7 +276,8 @@ TEST(PolicyReaderTest, ValueRefusals) {
     const char* message;
   } cases[] = {
       {policy, L"policytype", L"FW_POLICY_TYPE_BOGUS", "Error: invalid value for policy type\n"},
-      {policy, L"stateful", L"true", "Error: invalid value for stateful option, valid input is yes/no\n"},
+      {policy, L"stateful", L"true",
+       "Error: invalid value for stateful option, valid input is yes/no\n"},
       {policy, L"sticky", L"1", "Error: invalid value for sticky option, valid input is yes/no\n"},
       {policy, L"boot_time_only", L"y",
        "Error: invalid value for boot_time_only option, valid input is yes/no\n"},
@@ -278,7 +300,9 @@ TEST(PolicyReaderTest, ValueRefusals) {
       {range, L"ttl", L"0x1ffffffff", "Error: ttl is non-numeric or greater than 0xFFFFFFFF\n"},
       {range, L"ttl", L"-1", "Error: ttl is non-numeric or greater than 0xFFFFFFFF\n"},
       {range, L"low", L"10.0.0", ""},
-      {{L"<blacklist"}, L"blacklist_logoption", L"x",
+      {{L"<blacklist"},
+       L"blacklist_logoption",
+       L"x",
        "Error: invalid value for blacklist log option\n"},
   };
   for (const auto& c : cases) {
@@ -304,14 +328,18 @@ TEST(PolicyReaderTest, ValueRefusals) {
 // Accepted values at their edges.
 TEST(PolicyReaderTest, AcceptedValues) {
   PolicyDocumentReader reader;
-  const Script script = Join(
-      {{L"<policy", L"<group", L"<rule"}, Leaf(L"logthrottle", L"1000000"),
-       Leaf(L"enabled", L"True"), {L"<match"}, Leaf(L"matchtype", L"65536"),
-       Leaf(L"optype", L"FW_MATCH_OP_EQUAL"), {L">match", L"<match"},
-       Leaf(L"matchtype", L"fw_match_app_path"), Leaf(L"optype", L"fw_match_op_bitmask_not"),
-       {L">match"}});
-  const Script blacklist = Join({{L"<blacklist", L"<ip_range"}, Leaf(L"ttl", L"0xffffffff"),
-                                 Leaf(L"low", L"fe80::1")});
+  const Script script = Join({{L"<policy", L"<group", L"<rule"},
+                              Leaf(L"logthrottle", L"1000000"),
+                              Leaf(L"enabled", L"True"),
+                              {L"<match"},
+                              Leaf(L"matchtype", L"65536"),
+                              Leaf(L"optype", L"FW_MATCH_OP_EQUAL"),
+                              {L">match", L"<match"},
+                              Leaf(L"matchtype", L"fw_match_app_path"),
+                              Leaf(L"optype", L"fw_match_op_bitmask_not"),
+                              {L">match"}});
+  const Script blacklist =
+      Join({{L"<blacklist", L"<ip_range"}, Leaf(L"ttl", L"0xffffffff"), Leaf(L"low", L"fe80::1")});
   PolicyDocumentReader ranges;
   size_t accepted = 0, acceptedRanges = 0;
   Printed([&] {
@@ -385,32 +413,43 @@ TEST(PolicyReaderTest, ClosingChecks) {
        "Error: policy needs a ppuid\nError: policy is incomplete\n"},
       {Join({{L"<policy"}, Leaf(L"uid", kUid1), Leaf(L"ppuid", kUid1), {L">policy"}}),
        "Error: policy needs a name\nError: policy is incomplete\n"},
-      {Join({{L"<policy"}, Leaf(L"uid", kUid1), Leaf(L"ppuid", kUid1), Leaf(L"name", L"N"),
+      {Join({{L"<policy"},
+             Leaf(L"uid", kUid1),
+             Leaf(L"ppuid", kUid1),
+             Leaf(L"name", L"N"),
              {L">policy"}}),
        "Error: policy needs a type\nError: policy is incomplete\n"},
-      {Join({head, {L">policy"}}), "Error: policy needs a default group\nError: policy is incomplete\n"},
-      {{L"<policy", L"<group", L">group"}, "Error: group needs a uid\nError: group is incomplete\n"},
+      {Join({head, {L">policy"}}),
+       "Error: policy needs a default group\nError: policy is incomplete\n"},
+      {{L"<policy", L"<group", L">group"},
+       "Error: group needs a uid\nError: group is incomplete\n"},
       {Join({{L"<policy", L"<group"}, Leaf(L"uid", kUid1), {L">group"}}),
        "Error: group needs a name\nError: group is incomplete\n"},
       {{L"<policy", L"<group", L"<rule", L">rule"},
        "Error: rule needs a uid\nError: rule is incomplete\n"},
       {Join({{L"<policy", L"<group", L"<rule"}, Leaf(L"uid", kUid1), {L">rule"}}),
        "Error: rule needs a name\nError: rule is incomplete\n"},
-      {Join({{L"<policy", L"<group", L"<rule"}, Leaf(L"uid", kUid1), Leaf(L"name", L"R"),
+      {Join({{L"<policy", L"<group", L"<rule"},
+             Leaf(L"uid", kUid1),
+             Leaf(L"name", L"R"),
              {L">rule"}}),
        "Error: rule needs an action\nError: rule is incomplete\n"},
       {{L"<policy", L"<group", L"<rule", L"<action", L">action"}, "Error: action is incomplete\n"},
-      {Join({{L"<policy", L"<group", L"<rule", L"<action"}, Leaf(L"actiontype", L"FW_ACTION_JUMP"),
+      {Join({{L"<policy", L"<group", L"<rule", L"<action"},
+             Leaf(L"actiontype", L"FW_ACTION_JUMP"),
              {L">action"}}),
        "Error: action is incomplete\n"},
       {Join({{L"<policy", L"<group", L"<rule", L"<action"},
-             Leaf(L"actiontype", L"FW_ACTION_BLOCK_HOST"), {L">action"}}),
+             Leaf(L"actiontype", L"FW_ACTION_BLOCK_HOST"),
+             {L">action"}}),
        "Error: action is incomplete\n"},
-      {{L"<policy", L"<default_action", L">default_action"}, "Error: default action is incomplete\n"},
+      {{L"<policy", L"<default_action", L">default_action"},
+       "Error: default action is incomplete\n"},
       {{L"<policy", L"<aggregate_match", L">aggregate_match"},
        "Into ProcessAggregateMatch\nError: aggregate match needs a uid\n"
        "Error: aggregate match is incomplete\n"},
-      {Join({{L"<policy", L"<group", L"<rule", L"<match"}, Leaf(L"matchtype", L"FW_MATCH_APP_PATH"),
+      {Join({{L"<policy", L"<group", L"<rule", L"<match"},
+             Leaf(L"matchtype", L"FW_MATCH_APP_PATH"),
              {L">match"}}),
        "Error: match is incomplete\n"},
       {{L"<blacklist", L">blacklist"},
@@ -438,11 +477,17 @@ TEST(PolicyReaderTest, ClosingChecks) {
 TEST(PolicyReaderTest, CompleteActions) {
   const Script rule = {L"<policy", L"<group", L"<rule", L"<action"};
   const Script cases[] = {
-      Join({rule, Leaf(L"actiontype", L"FW_ACTION_REDIRECT"), Leaf(L"target", L"fe80::1 53"),
+      Join({rule,
+            Leaf(L"actiontype", L"FW_ACTION_REDIRECT"),
+            Leaf(L"target", L"fe80::1 53"),
             {L">action"}}),
-      Join({rule, Leaf(L"actiontype", L"FW_ACTION_BLOCK_HOST"), Leaf(L"length", L"0x10"),
+      Join({rule,
+            Leaf(L"actiontype", L"FW_ACTION_BLOCK_HOST"),
+            Leaf(L"length", L"0x10"),
             {L">action"}}),
-      Join({rule, Leaf(L"actiontype", L"FW_ACTION_CALL_PLUGIN"), Leaf(L"target", kUid1),
+      Join({rule,
+            Leaf(L"actiontype", L"FW_ACTION_CALL_PLUGIN"),
+            Leaf(L"target", kUid1),
             {L">action"}}),
       Join({rule, Leaf(L"actiontype", L"FW_ACTION_ALLOW"), {L">action"}}),
   };

@@ -57,9 +57,9 @@ class Folder {
 // A simulated core playing a scenario file.
 struct Core {
   Core(const Folder& folder, const std::string& name, const std::string& scenario)
-      : state(std::make_shared<CoreState>(LibraryState::Options{
-            "kvxfwctl", "{}", folder.Write(name, scenario), "",
-            [](const std::wstring&) {}, false})) {
+      : state(std::make_shared<CoreState>(
+            LibraryState::Options{"kvxfwctl", "{}", folder.Write(name, scenario), "",
+                                  [](const std::wstring&) {}, false})) {
     connection.policyManager = new PolicyManager(state);
     connection.highPriorityIpList = new HighPriorityIpListControl(state);
   }
@@ -70,7 +70,9 @@ struct Core {
   std::string PolicyDocument() {
     return Printed([&] { WritePolicyDocument(connection.policyManager); });
   }
-  std::string BlacklistDocument() { return Printed([&] { ShowBlacklist(&connection, 1); }); }
+  std::string BlacklistDocument() {
+    return Printed([&] { ShowBlacklist(&connection, 1); });
+  }
 
   std::shared_ptr<CoreState> state;
   CoreConnection connection;
@@ -111,7 +113,8 @@ void MakeReadable(PolicyModel& policy) {
         if (term.uint64Range && term.uint64Range->low >= term.uint64Range->high) {
           term.uint64Range->high = term.uint64Range->low + 1;  // equal ends are no range
         }
-        if (term.ipRange && std::memcmp(term.ipRange->low.bytes, term.ipRange->high.bytes, 16) > 0) {
+        if (term.ipRange &&
+            std::memcmp(term.ipRange->low.bytes, term.ipRange->high.bytes, 16) > 0) {
           std::swap(term.ipRange->low, term.ipRange->high);
         }
       }
@@ -181,8 +184,8 @@ TEST(ImportRoundTripTest, KnownExceptions) {
       {"continue", std::string("[") + rule + R"("action": 8}])",
        "Error: invalid value for action type\nInvalid value FW_ACTION_CONTINUE\n"},
       {"block host", std::string("[") + rule + R"("action": 7}])", "Error: action is incomplete\n"},
-      {"tunnel medium", std::string("[") + rule +
-                            R"("matches": [{"type": 19, "terms": [{"uint32": 5}]}]}])",
+      {"tunnel medium",
+       std::string("[") + rule + R"("matches": [{"type": 19, "terms": [{"uint32": 5}]}]}])",
        "    Error building config: match\n"},
       {"unknown type", std::string("[") + rule + R"("matches": [{"type": 39, "terms": [{}]}]}])",
        "Error: invalid value for match type\n"},
@@ -194,9 +197,11 @@ TEST(ImportRoundTripTest, KnownExceptions) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
     Folder folder;
-    Core written(folder, "written.json",
-                 std::string(R"({"policies": {"list": [{"uid": "0aaaaaaa-0000-4000-8000-000000000001", "type": 2, "rules": )") +
-                     c.rules + "}]}}");
+    Core written(
+        folder, "written.json",
+        std::string(
+            R"({"policies": {"list": [{"uid": "0aaaaaaa-0000-4000-8000-000000000001", "type": 2, "rules": )") +
+            c.rules + "}]}}");
     const std::string document = folder.Write("policies.xml", written.PolicyDocument());
     Core read(folder, "read.json", R"({"policies": {"list": []}})");
     const std::string echo =
@@ -206,9 +211,11 @@ TEST(ImportRoundTripTest, KnownExceptions) {
   }
   // A 64-bit number above the 32-bit range is written in decimal and read back clamped.
   Folder folder;
-  Core written(folder, "written.json",
-               std::string(R"({"policies": {"list": [{"uid": "0aaaaaaa-0000-4000-8000-000000000001", "type": 2, "rules": [)") +
-                   rule + R"("matches": [{"type": 24, "terms": [{"uint64": 9999999999}]}]}]}]}})");
+  Core written(
+      folder, "written.json",
+      std::string(
+          R"({"policies": {"list": [{"uid": "0aaaaaaa-0000-4000-8000-000000000001", "type": 2, "rules": [)") +
+          rule + R"("matches": [{"type": 24, "terms": [{"uint64": 9999999999}]}]}]}]}})");
   const std::string document = folder.Write("policies.xml", written.PolicyDocument());
   Core read(folder, "read.json", R"({"policies": {"list": []}})");
   Printed([&] { AddPoliciesFromFile(&read.connection, WindowsForm(document).c_str()); });
