@@ -9,6 +9,7 @@
 
 #include "cli/console.h"
 #include "cli/handlers.h"
+#include "tests/unit/printed.h"
 
 namespace nw {
 namespace {
@@ -115,13 +116,7 @@ class FakeBlacklistControl final : public IHighPriorityIpListControl {
   std::unique_ptr<FakeRangeList> list_;
 };
 
-template <typename F>
-std::string Printed(F&& print) {
-  ::testing::internal::CaptureStdout();
-  print();
-  std::fflush(stdout);
-  return ::testing::internal::GetCapturedStdout();
-}
+using testing::Printed;
 
 std::string Show(FakeBlacklistControl& control, int mode) {
   CoreConnection connection;

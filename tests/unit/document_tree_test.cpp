@@ -23,17 +23,12 @@
 #include "sim/core/blacklist_objects.h"
 #include "sim/core/default_scenario.h"
 #include "sim/core/policy_objects.h"
+#include "tests/unit/printed.h"
 
 namespace nw::sim {
 namespace {
 
-template <typename F>
-std::string Printed(F&& print) {
-  ::testing::internal::CaptureStdout();
-  print();
-  std::fflush(stdout);
-  return ::testing::internal::GetCapturedStdout();
-}
+using testing::Printed;
 
 // A core playing scenarioText, with its debugger output kept for the test.
 std::shared_ptr<CoreState> CoreFor(std::string_view scenarioText,

@@ -13,6 +13,7 @@
 
 #include "cli/console.h"
 #include "tests/unit/fake_policy.h"
+#include "tests/unit/printed.h"
 
 namespace nw {
 namespace {
@@ -21,13 +22,7 @@ using testing::CallLog;
 using testing::FakeMatch;
 using testing::FakeTerm;
 
-template <typename F>
-std::string Printed(F&& print) {
-  ::testing::internal::CaptureStdout();
-  print();
-  std::fflush(stdout);
-  return ::testing::internal::GetCapturedStdout();
-}
+using testing::Printed;
 
 std::string Render(int32_t type, std::vector<FakeTerm> terms, int mode, CallLog* calls = nullptr) {
   CallLog log;

@@ -18,6 +18,7 @@
 #include "base/format.h"
 #include "core/guid.h"
 #include "tests/unit/fake_platform.h"
+#include "tests/unit/printed.h"
 
 namespace nw {
 namespace {
@@ -32,13 +33,7 @@ Words Split(const wchar_t* text) {
 // Null shows as a marker no table holds, so a missing name cannot pass for a fallback.
 std::wstring Shown(const wchar_t* name) { return name == nullptr ? L"<no name>" : name; }
 
-template <typename F>
-std::string Printed(F&& print) {
-  ::testing::internal::CaptureStdout();
-  print();
-  std::fflush(stdout);
-  return ::testing::internal::GetCapturedStdout();
-}
+using testing::Printed;
 
 // Display names in value order, as the views write them; the list's length is the bound.
 const Words kPolicyTypes = Split(

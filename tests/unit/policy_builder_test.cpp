@@ -21,6 +21,7 @@
 #include "sim/core/blacklist_objects.h"
 #include "sim/core/default_scenario.h"
 #include "sim/core/policy_objects.h"
+#include "tests/unit/printed.h"
 
 namespace nw {
 namespace {
@@ -28,13 +29,7 @@ namespace {
 using sim::CoreState;
 using sim::LibraryState;
 
-template <typename F>
-std::string Printed(F&& print) {
-  ::testing::internal::CaptureStdout();
-  print();
-  std::fflush(stdout);
-  return ::testing::internal::GetCapturedStdout();
-}
+using testing::Printed;
 
 Guid Uid(uint32_t n) { return Guid{n, 0, 0x4000, {0x80, 0, 0, 0, 0, 0, 0, 0}}; }
 

@@ -13,6 +13,7 @@
 #include "cli/console.h"
 #include "cli/handlers.h"
 #include "tests/unit/fake_policy.h"
+#include "tests/unit/printed.h"
 
 namespace nw {
 namespace {
@@ -22,13 +23,7 @@ using testing::FakeManager;
 using testing::FakeTerm;
 using testing::PolicySpec;
 
-template <typename F>
-std::string Printed(F&& print) {
-  ::testing::internal::CaptureStdout();
-  print();
-  std::fflush(stdout);
-  return ::testing::internal::GetCapturedStdout();
-}
+using testing::Printed;
 
 constexpr Guid Uid(uint32_t n) { return Guid{n, 0, 0, {0, 0, 0, 0, 0, 0, 0, 0}}; }
 constexpr Status Hr(uint32_t value) { return static_cast<Status>(value); }

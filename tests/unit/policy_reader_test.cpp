@@ -11,17 +11,12 @@
 #include <vector>
 
 #include "cli/console.h"
+#include "tests/unit/printed.h"
 
 namespace nw {
 namespace {
 
-template <typename F>
-std::string Printed(F&& print) {
-  ::testing::internal::CaptureStdout();
-  print();
-  std::fflush(stdout);
-  return ::testing::internal::GetCapturedStdout();
-}
+using testing::Printed;
 
 // One event of a document: "<name" opens, ">name" closes, anything else is text.
 using Script = std::vector<std::wstring>;
@@ -236,7 +231,7 @@ TEST(PolicyReaderTest, PlacementRefusals) {
       {{L"<bogus"}, "MatchElement returning invalid for bogus\n"},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(testing::PrintToString(std::vector<std::wstring>(c.script)));
+    SCOPED_TRACE(::testing::PrintToString(std::vector<std::wstring>(c.script)));
     PolicyDocumentReader reader;
     size_t accepted = 0;
     const std::string text = Printed([&] { accepted = Feed(reader, c.script); });

@@ -23,6 +23,7 @@
 #include "sim/core/core_objects.h"
 #include "sim/core/default_scenario.h"
 #include "sim/core/policy_objects.h"
+#include "tests/unit/printed.h"
 
 namespace nw::sim {
 namespace {
@@ -785,13 +786,7 @@ TEST(SimPolicyGeneratedTest, EveryTypeAndOperatorIsRepresented) {
   EXPECT_TRUE(aggregateReference);
 }
 
-template <typename F>
-std::string Printed(F&& print) {
-  ::testing::internal::CaptureStdout();
-  print();
-  std::fflush(stdout);
-  return ::testing::internal::GetCapturedStdout();
-}
+using testing::Printed;
 
 // The views over a generated set through the simulated core: every value the renderer asks
 // for is there, both walks visit every rule, and nothing is left referenced.

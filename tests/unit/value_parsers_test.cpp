@@ -17,17 +17,12 @@
 #include "core/interfaces.h"
 #include "platform/uuid.h"
 #include "policy/names.h"
+#include "tests/unit/printed.h"
 
 namespace nw {
 namespace {
 
-template <typename F>
-std::string Printed(F&& print) {
-  ::testing::internal::CaptureStdout();
-  print();
-  std::fflush(stdout);
-  return ::testing::internal::GetCapturedStdout();
-}
+using testing::Printed;
 
 std::string Narrow(const wchar_t* text) { return WideToUtf8(text); }
 

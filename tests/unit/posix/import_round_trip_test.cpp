@@ -23,17 +23,12 @@
 #include "sim/common/scenario.h"
 #include "sim/core/blacklist_objects.h"
 #include "sim/core/policy_objects.h"
+#include "tests/unit/printed.h"
 
 namespace nw::sim {
 namespace {
 
-template <typename F>
-std::string Printed(F&& print) {
-  ::testing::internal::CaptureStdout();
-  print();
-  std::fflush(stdout);
-  return ::testing::internal::GetCapturedStdout();
-}
+using testing::Printed;
 
 // A temporary folder for one test's files, removed at the end.
 class Folder {
