@@ -331,6 +331,8 @@ TEST(PolicyBuilderTest, MatchValues) {
        "    Invalid local IP address: 10.0.0.0/33\n"},
       {Match(FW_MATCH_LOCAL_ADAPTER_ADDRESS, L"01-02-03"), false,
        "    Value for MAC address match is not valid: 01-02-03\n"},
+      {Match(FW_MATCH_LOCAL_ADAPTER_ADDRESS, L"01-02-03-04-05-06-07-08 zz"), false,
+       "    Value for MAC address match is not valid: 01-02-03-04-05-06-07-08 zz\n"},
       {Match(FW_MATCH_DIRECTION, L"sideways"), false,
        "    Invalid value for direction match: sideways\n"},
       {Match(FW_MATCH_INTERFACE_INDEX, L"5-5", FW_MATCH_OP_IN_RANGE), false,
@@ -376,6 +378,114 @@ TEST(PolicyBuilderTest, MatchValues) {
                                        "    Error building config: default group\n"
                                        "    Error building configuration.\n";
     EXPECT_EQ(text, c.printed + tail);
+  }
+}
+
+// Each match operation the core refuses is reported under its name (some share one), and the
+// match fails with the rule.
+TEST(PolicyBuilderTest, MatchOperationFailures) {
+  const struct {
+    int32_t type;
+    const wchar_t* value;
+    const char* operation;
+    const char* reported;
+  } cases[] = {
+      {FW_MATCH_USER_ID, L"u", "AddUserIDMatch", "AddUserIDMatch"},
+      {FW_MATCH_APP_PATH, L"p", "AddAppPathMatch", "AddAppPathMatch"},
+      {FW_MATCH_APP_COMMAND_LINE_PARAMS, L"c", "AddCommandLineParamsMatch",
+       "AddCommandLineParamsMatch"},
+      {FW_MATCH_APP_MD5_HASH_SUM, L"1,2", "AddHashSumMatch", "AddHashSumMatch"},
+      {FW_MATCH_APP_DIGITAL_SIGNER, L"s", "AddAppDigitalSignerMatch", "AddAppDigitalSignerMatch"},
+      {FW_MATCH_REMOTE_PORT, L"80", "AddLocalPortMatch", "AddLocalPortMatch"},
+      {FW_MATCH_SOURCE_PORT, L"80-90", "AddLocalPortRangeMatch", "AddLocalPortRangeMatch"},
+      {FW_MATCH_ICMPV4_TYPE, L"8", "AddIcmpV4TypeMatch", "AddIcmpV4TypeMatch"},
+      {FW_MATCH_ICMPV6_TYPE, L"128", "AddIcmpV6TypeMatch", "AddIcmpV6TypeMatch"},
+      {FW_MATCH_TCP_FLAGS, L"2", "AddTcpFlagsMatch", "AddTcpFlagsMatch"},
+      {FW_MATCH_CONNECTION_STATE, L"x", "AddConnectionStateMatch", "AddConnectionStateMatch"},
+      {FW_MATCH_IP_PROTOCOL, L"ip_proto_tcp", "AddIpProtocolMatch", "AddIpProtocolMatch"},
+      {FW_MATCH_LOCAL_IP_ADDRESS, L"10.0.0.1", "AddLocalIpAddressMatch", "AddLocalIpAddressMatch"},
+      {FW_MATCH_REMOTE_IP_ADDRESS, L"10.0.0.1-10.0.0.2", "AddLocalIpAddressRangeMatch",
+       "AddLocalIpAddressMatch"},
+      {FW_MATCH_SOURCE_IP_ADDRESS, L"10.0.0.0/8", "AddLocalIpAddressPrefixMatch",
+       "AddLocalIpAddressMatch"},
+      {FW_MATCH_DESTINATION_IP_ADDRESS, L"example.com", "AddLocalDomainNameMatch",
+       "AddLocalIpAddressMatch"},
+      {FW_MATCH_NETWORK_LAYER_PROTOCOL, L"arp", "AddNetworkLayerProtocolMatch",
+       "AddNetworkLayerProtocolMatch"},
+      {FW_MATCH_REMOTE_ADAPTER_ADDRESS, L"1-2-3-4-5-6-7-8", "AddMacAddrMatch", "AddMacAddrMatch"},
+      {FW_MATCH_SOURCE_ADAPTER_ADDRESS, L"1-2-3-4-5-6-7-8 9-a-b-c-d-e-f-10", "AddMacAddrRangeMatch",
+       "AddMacAddrMatch"},
+      {FW_MATCH_PHYSICAL_MEDIUM, L"FW_PHYSICAL_MEDIUM_WIRED", "AddPhysicalMediumMatch",
+       "AddPhysicalMediumMatch"},
+      {FW_MATCH_DIRECTION, L"FW_DIRECTION_OUTBOUND", "AddDirectionMatch", "AddDirectionMatch"},
+      {FW_MATCH_INTERFACE_INDEX_V6, L"3", "AddInterfaceIndexV6Match", "AddInterfaceIndexV6Match"},
+      {FW_MATCH_INTERFACE_INDEX_V6, L"3-4", "AddInterfaceIndexV6RangeMatch",
+       "AddInterfaceIndexV6RangeMatch"},
+      {FW_MATCH_INTERFACE_INDEX_V4, L"3", "AddInterfaceIndexV4Match", "AddInterfaceIndexV4Match"},
+      {FW_MATCH_INTERFACE_INDEX_V4, L"3:4", "AddInterfaceIndexV4RangeMatch",
+       "AddInterfaceIndexV4RangeMatch"},
+      {FW_MATCH_INTERFACE_INDEX, L"3", "AddInterfaceIndexMatch", "AddInterfaceIndexMatch"},
+      {FW_MATCH_INTERFACE_INDEX, L"3-4", "AddInterfaceIndexRangeMatch",
+       "AddInterfaceIndexRangeMatch"},
+      {FW_MATCH_BYTES_SENT, L"5", "AddConnectionBytesSentMatch", "AddConnectionBytesSentMatch"},
+      {FW_MATCH_BYTES_RECEIVED, L"5", "AddConnectionBytesReceivedMatch",
+       "AddConnectionBytesReceivedMatch"},
+      {FW_MATCH_CONNSPEC_DNS_SUFFIX, L"corp", "AddConnectionSpecificDnsSuffixMatch",
+       "AddConnectionSpecificDnsSuffixMatch"},
+      {FW_MATCH_PROCESS_ID, L"4", "AddProcessIdMatch", "AddConnectionBytesReceivedMatch"},
+      {FW_MATCH_PE_FILE_DESCRIPTION, L"d", "AddPeFileDescriptionMatch",
+       "AddPeFileDescriptionMatch"},
+      {FW_MATCH_STANDARDIZED_APP_PATH, L"s", "AddStandardizedAppPathMatch",
+       "AddStandardizedAppPathMatch"},
+      {FW_MATCH_HTTP_SERVER, L"h", "AddHttpServerMatch", "AddHttpServerMatch"},
+      {FW_MATCH_VTP_PRIVILEGES, L"1", "AddVtpPrivilegesMatch", "AddVtpPrivilegesMatch"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.operation);
+    Core core(std::string(R"({"policies": {"list": []}, "faults": {"IMatchBuilder::)") +
+              c.operation + R"(": "0x80004005"}})");
+    PolicyDocument doc;
+    doc.policies.push_back(Policy(1, L"", {Rule(2, L"", {Match(c.type, c.value)})}));
+    EXPECT_EQ(Printed([&] { BuildConfiguration(&core.connection, 0, doc); }),
+              std::string("    Error returned from ") + c.reported +
+                  ", 80004005\n"
+                  "    Error building config: match\n"
+                  "    Error building config: rule\n"
+                  "    Error building config: default group\n"
+                  "    Error building configuration.\n");
+  }
+}
+
+// A further group names itself in the error context, and its failures end with their own line.
+TEST(PolicyBuilderTest, FurtherGroupFailures) {
+  const struct {
+    const char* fault;
+    std::string printed;
+  } cases[] = {
+      {"AddGroup", "    Error building config: AddGroup\n    Error building config: group\n"},
+      {"SetEnabled",
+       "    Error from RuleBuilder->SetEnabled 80004005\n    Error building config: rule\n"
+       "    Error building config: group\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.fault);
+    Core core(std::string(R"({"policies": {"list": []}, "faults": {")") + c.fault +
+              R"(": "0x80004005"}})");
+    PolicyDocument doc;
+    PolicyRecord policy = Policy(1, L"P");
+    GroupRecord& group = policy.groups.emplace_back();
+    group.uid = Uid(9);
+    group.name = L"G";
+    group.rules.push_back(Rule(2, L"R"));
+    doc.policies.push_back(policy);
+    const std::string rule =
+        std::string(c.fault) == "AddGroup" ? "" : "    Rule at time of error: R\n";
+    EXPECT_EQ(Printed([&] { BuildConfiguration(&core.connection, 0, doc); }),
+              c.printed +
+                  "    Error building configuration.\n\n"
+                  "    Policy at time of error: P\n"
+                  "    Group at time of error: G\n" +
+                  rule);
   }
 }
 

@@ -20,6 +20,7 @@
 #include "core/policy_values.h"
 #include "platform/posix/paths_posix.h"
 #include "policy/policy_builder.h"
+#include "policy/policy_reader.h"
 #include "sim/common/scenario.h"
 #include "sim/core/blacklist_objects.h"
 #include "sim/core/policy_objects.h"
@@ -217,6 +218,77 @@ TEST(ImportRoundTripTest, KnownExceptions) {
   const auto policies = read.state->GetScenario()->policies.policies;
   ASSERT_EQ(policies.size(), 1u);
   EXPECT_EQ(policies[0]->groups[0].rules.at(0).matches.at(0).terms.at(0).uint64, 2147483647u);
+}
+
+// The node loop's echo of every node kind, and the three ways a node is refused.
+TEST(DocumentReaderTest, NodeLoopEchoesAndStopsAtTheFirstRefusal) {
+  const struct {
+    const char* document;
+    bool read;
+    const char* echo;
+  } cases[] = {
+      {"<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<!-- note -->\n"
+       "<policies xmlns:p=\"urn:x\" p:kind=\"a\" plain=\"b\">\n<?pi data?>\n"
+       "<![CDATA[raw]]>\n<policy/>\n<p:bogus a=\"1\"/>\n</policies>\n",
+       false,
+       "XmlDeclaration\n"
+       "Attr: version=\"1.0\" \n"
+       "Attr: encoding=\"UTF-8\" \n"
+       "Comment:  note \n"
+       "Element: policies\n"
+       "Attr: xmlns:p=\"urn:x\" \n"
+       "Attr: p:kind=\"a\" \n"
+       "Attr: plain=\"b\" \n"
+       "Return value from MatchElement = 1\n"
+       "Processing Instruction name:pi value:data\n"
+       "CDATA: raw\n"
+       "Element: policy\n"
+       " (empty)Return value from MatchElement = 2\n"
+       "Element: p:bogus\n"
+       "Attr: a=\"1\" \n"
+       " (empty)MatchElement returning invalid for bogus\n"
+       "Return value from MatchElement = 0\n"
+       "Invalid element bogus\n"},
+      {"<policies><policy><stateful>maybe</stateful></policy></policies>", false,
+       "Element: policies\nReturn value from MatchElement = 1\n"
+       "Element: policy\nReturn value from MatchElement = 2\n"
+       "Element: stateful\nReturn value from MatchElement = 23\n"
+       "Text: >maybe<\n"
+       "Error: invalid value for stateful option, valid input is yes/no\n"
+       "Invalid value maybe\n"},
+      {"<policies><policy><name>a<!--c-->b</name></policy></policies>", false,
+       "Element: policies\nReturn value from MatchElement = 1\n"
+       "Element: policy\nReturn value from MatchElement = 2\n"
+       "Element: name\nReturn value from MatchElement = 12\n"
+       "Text: >a<\nComment: c\nText: >b<\n"
+       "Bug: no function for processing 43\n"
+       "Invalid value b\n"},
+      {"<policies></policy>", true, "Element: policies\nReturn value from MatchElement = 1\n"},
+      {"<blacklist><ip_range></blacklist>", true,
+       "Element: blacklist\nReturn value from MatchElement = 32\n"
+       "Element: ip_range\nReturn value from MatchElement = 34\n"},
+      {"<policies></policies>", true,
+       "Element: policies\nReturn value from MatchElement = 1\nEnd Element: policies\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.document);
+    Folder folder;
+    const std::string file = folder.Write("document.xml", c.document);
+    PolicyDocumentReader reader;
+    bool read = false;
+    EXPECT_EQ(Printed([&] { read = reader.ReadPolicyDocument(WindowsForm(file).c_str()); }),
+              c.echo);
+    EXPECT_EQ(read, c.read);
+  }
+}
+
+// Opening failures print their step's message; a missing file is the file reader's.
+TEST(DocumentReaderTest, MissingFile) {
+  PolicyDocumentReader reader;
+  EXPECT_EQ(Printed([&] {
+              EXPECT_FALSE(reader.ReadPolicyDocument(WindowsForm("/nonexistent/x.xml").c_str()));
+            }),
+            "Error creating file reader, error is 80070003");
 }
 
 }  // namespace
