@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "cli/console.h"
+#include "cli/wide_text.h"
 #include "core/interfaces.h"
 #include "platform/xml_reader.h"
 #include "policy/names.h"
@@ -688,8 +689,9 @@ bool PolicyDocumentReader::TakeValue(const wchar_t* text) {
       int32_t type = 0;
       if (LookUpName(kMatchTypeReaderNames, text, &type)) {
         taken = true;
-      } else if (uint64_t number = 0; GetNumericValue(text, 0x7FFFFFFF, &number)) {
-        type = static_cast<int32_t>(number);
+      } else if (text[0] >= L'0' && text[0] <= L'9') {
+        // Any text that starts with a digit is a number, read as the runtime's atoi reads it.
+        type = ParseDecimal(text);
         taken = type >= FW_MATCH_FIRST_AGGREGATE_MATCH;
         if (!taken) {
           ConsolePrint(L"Error: invalid value for aggregate match type: %d\n", type);

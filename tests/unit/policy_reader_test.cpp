@@ -291,6 +291,9 @@ TEST(PolicyReaderTest, ValueRefusals) {
        "Error: Invalid value for log throttle. Log Throttle should be in the range [0,1000000]\n"},
       {match, L"matchtype", L"FW_MATCH_NOPE", "Error: invalid value for match type\n"},
       {match, L"matchtype", L"65535", "Error: invalid value for aggregate match type: 65535\n"},
+      // A number is whatever starts with a digit, read as atoi reads it.
+      {match, L"matchtype", L"0x10000", "Error: invalid value for aggregate match type: 0\n"},
+      {match, L"matchtype", L"x65536", "Error: invalid value for match type\n"},
       {match, L"optype", L"FW_MATCH_OP_LAST", "Error: invalid value for op type\n"},
       {range, L"ttl", L"0x1ffffffff", "Error: ttl is non-numeric or greater than 0xFFFFFFFF\n"},
       {range, L"ttl", L"-1", "Error: ttl is non-numeric or greater than 0xFFFFFFFF\n"},
@@ -327,7 +330,7 @@ TEST(PolicyReaderTest, AcceptedValues) {
                               Leaf(L"logthrottle", L"1000000"),
                               Leaf(L"enabled", L"True"),
                               {L"<match"},
-                              Leaf(L"matchtype", L"65536"),
+                              Leaf(L"matchtype", L"65537 or more"),
                               Leaf(L"optype", L"FW_MATCH_OP_EQUAL"),
                               {L">match", L"<match"},
                               Leaf(L"matchtype", L"fw_match_app_path"),
@@ -346,7 +349,7 @@ TEST(PolicyReaderTest, AcceptedValues) {
   const RuleRecord& r = reader.document().policies.at(0).groups.at(0).rules.at(0);
   EXPECT_EQ(r.logThrottle, 1000000u);
   EXPECT_TRUE(r.enabled);
-  EXPECT_EQ(r.matches.at(0).type, 65536);
+  EXPECT_EQ(r.matches.at(0).type, 65537);
   EXPECT_EQ(r.matches.at(1).type, FW_MATCH_APP_PATH);
   EXPECT_EQ(r.matches.at(1).op, FW_MATCH_OP_BITMASK_NOT);
   const RangeRecord& range = ranges.document().blacklists.at(0).ranges.at(0);
