@@ -8,13 +8,13 @@
 #include "cli/console.h"
 #include "cli/wide_text.h"
 #include "core/interfaces.h"
+#include "core/policy_values.h"
 #include "platform/uuid.h"
 #include "policy/names.h"
 
 namespace nw {
 namespace {
 
-constexpr int32_t kActionRedirect = 3;
 constexpr size_t kNameLimit = 63;
 // The redirect address is copied into a 40-character buffer before it is parsed, so a longer
 // text is cut rather than refused.
@@ -156,7 +156,7 @@ bool ParseUid(const wchar_t* text, Guid* uid) {
 }
 
 bool ParseTarget(const wchar_t* text, int32_t actionType, ParsedTarget* target) {
-  if (actionType != kActionRedirect) {
+  if (actionType != FW_ACTION_REDIRECT) {
     Guid uid{};
     if (!ParseGuid(text, &uid)) {
       ConsolePrint(L"Illegal value for target guid\n");
