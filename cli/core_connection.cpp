@@ -1,6 +1,6 @@
 #include "cli/core_connection.h"
 
-#include "cli/bounded_string.h"
+#include "base/bounded_string.h"
 #include "cli/console.h"
 #include "cli/loader.h"
 

@@ -109,46 +109,78 @@ bool CountFits(Count count, int argc) {
   return false;
 }
 
-void RunHandler(CommandCode code, CoreConnection* connection, const wchar_t* const* argv) {
-  switch (code) {
-    case 0:
-      return ShowPolicySummary(connection->policyManager);
-    case 1:
-      return ShowAllPolicies(connection->policyManager);
-    case 2:
-      return WritePolicyDocument(connection->policyManager);
-    case 3:
-      return ShowBlacklist(connection, 0);
-    case 4:
-      return ShowBlacklist(connection, 1);
-    case 5:
-      return ConfigDisplay(*connection);
-    case 6:
-      return IpConfigDisplay(connection->control);
-    case 7:
-      return StateTableDisplay(connection->control);
-    case 8:
-      return EndpointTableDisplay(connection->control);
-    case 9:
-      return ProcessListDisplay(connection->control);
-    case 10:
-      return ProcessInfoDisplay(connection->control, argv[2], 0);
-    case 11:
-    case 12:
-    case 13:
-      return TrafficLogChange(*connection, code, argv[2]);
-    case 14:
-      return EnableNdisDriver(PrintDriverLog);
-    case 15:
-      return EnableWfpDriver(PrintDriverLog);
-    case 16:
-      return DisableUnusedNetDrivers(connection);
-    case 17:
-      return ConfigChange(*connection, code, argv[2], false);
-    default:
-      return;
-  }
+void TrafficLogHandler(CommandCode code, CoreConnection& connection, const wchar_t* value) {
+  TrafficLogChange(connection, code, value);
 }
+
+// The dispatcher never allows pass-through to be switched on.
+void ConfigChangeHandler(CommandCode code, CoreConnection& connection, const wchar_t* value) {
+  ConfigChange(connection, code, value, false);
+}
+
+// The handler of every code, served or refused, in one table: the gate decides what runs, and
+// a driver with the gate open reaches the refused commands through the very same entries.
+using Handler = void (*)(CommandCode code, CoreConnection& connection, const wchar_t* value);
+
+constexpr Handler kHandlers[kUsageCode] = {
+    /* 0 */ [](CommandCode, CoreConnection& c, const wchar_t*) {
+      ShowPolicySummary(c.policyManager);
+    },
+    /* 1 */
+    [](CommandCode, CoreConnection& c, const wchar_t*) { ShowAllPolicies(c.policyManager); },
+    /* 2 */
+    [](CommandCode, CoreConnection& c, const wchar_t*) { WritePolicyDocument(c.policyManager); },
+    /* 3 */ [](CommandCode, CoreConnection& c, const wchar_t*) { ShowBlacklist(&c, 0); },
+    /* 4 */ [](CommandCode, CoreConnection& c, const wchar_t*) { ShowBlacklist(&c, 1); },
+    /* 5 */ [](CommandCode, CoreConnection& c, const wchar_t*) { ConfigDisplay(c); },
+    /* 6 */ [](CommandCode, CoreConnection& c, const wchar_t*) { IpConfigDisplay(c.control); },
+    /* 7 */ [](CommandCode, CoreConnection& c, const wchar_t*) { StateTableDisplay(c.control); },
+    /* 8 */ [](CommandCode, CoreConnection& c, const wchar_t*) { EndpointTableDisplay(c.control); },
+    /* 9 */ [](CommandCode, CoreConnection& c, const wchar_t*) { ProcessListDisplay(c.control); },
+    /* 10 */
+    [](CommandCode, CoreConnection& c, const wchar_t* v) { ProcessInfoDisplay(c.control, v, 0); },
+    /* 11 */ TrafficLogHandler,
+    /* 12 */ TrafficLogHandler,
+    /* 13 */ TrafficLogHandler,
+    /* 14 */ [](CommandCode, CoreConnection&, const wchar_t*) { EnableNdisDriver(PrintDriverLog); },
+    /* 15 */ [](CommandCode, CoreConnection&, const wchar_t*) { EnableWfpDriver(PrintDriverLog); },
+    /* 16 */ [](CommandCode, CoreConnection& c, const wchar_t*) { DisableUnusedNetDrivers(&c); },
+    /* 17 */ ConfigChangeHandler,
+    // Refused by the gate from here on.
+    /* 18 */ [](CommandCode, CoreConnection& c, const wchar_t*) { ConfigReset(c); },
+    /* 19 */
+    [](CommandCode, CoreConnection& c, const wchar_t*) { DeleteAllPolicies(c.policyManager); },
+    /* 20 */ [](CommandCode, CoreConnection& c, const wchar_t* v) { AddPoliciesFromFile(&c, v); },
+    /* 21 */
+    [](CommandCode, CoreConnection& c, const wchar_t* v) { DeletePolicyByUid(c.policyManager, v); },
+    /* 22 */ [](CommandCode, CoreConnection& c, const wchar_t* v) { SetBlacklistFromFile(&c, v); },
+    /* 23 */
+    [](CommandCode, CoreConnection& c, const wchar_t* v) { AppendBlacklistFromFile(&c, v); },
+    /* 24 */
+    [](CommandCode, CoreConnection& c, const wchar_t* v) { DeleteBlacklistFromFile(&c, v); },
+    /* 25 */ ConfigChangeHandler,
+    /* 26 */ ConfigChangeHandler,
+    /* 27 */ ConfigChangeHandler,
+    /* 28 */ ConfigChangeHandler,
+    /* 29 */ ConfigChangeHandler,
+    /* 30 */ ConfigChangeHandler,
+    /* 31 */ ConfigChangeHandler,
+    /* 32 */ ConfigChangeHandler,
+    /* 33 */ ConfigChangeHandler,
+    /* 34 */ ConfigChangeHandler,
+    /* 35 */ ConfigChangeHandler,
+    /* 36 */ ConfigChangeHandler,
+    /* 37 */ [](CommandCode, CoreConnection&, const wchar_t*) { PerfProfilingControl(true); },
+    /* 38 */ [](CommandCode, CoreConnection&, const wchar_t*) { PerfProfilingControl(false); },
+    /* 39 */ [](CommandCode, CoreConnection&, const wchar_t*) { GetPerfData(false); },
+    /* 40 */ [](CommandCode, CoreConnection&, const wchar_t*) { GetPerfData(true); },
+    /* 41 */ ConfigChangeHandler,
+    /* 42 */ ConfigChangeHandler,
+    /* 43 */ ConfigChangeHandler,
+    /* 44 */
+    [](CommandCode, CoreConnection&, const wchar_t*) { DisableNdisDriver(PrintDriverLog); },
+    /* 45 */ [](CommandCode, CoreConnection&, const wchar_t*) { DisableWfpDriver(PrintDriverLog); },
+};
 
 }  // namespace
 
@@ -211,7 +243,7 @@ void PrintUsage() {
 
 namespace {
 
-int32_t Run(int argc, const wchar_t* const* argv, GatedHandlerFn gatedHandler) {
+int32_t Run(int argc, const wchar_t* const* argv, bool gateOpen) {
   platform::Process& process = platform::TheProcess();
   platform::ModuleHandle* preloaded = HardenLibrarySearch();
   process.IgnoreInvalidParameters();
@@ -223,8 +255,7 @@ int32_t Run(int argc, const wchar_t* const* argv, GatedHandlerFn gatedHandler) {
         socketsError);
   }
   const CommandCode code = ParseCommandLine(argc, argv);
-  const bool gated = code >= kFirstRefusedCode;
-  if (gated && (gatedHandler == nullptr || code >= kUsageCode)) {
+  if (code >= kUsageCode || (code >= kFirstRefusedCode && !gateOpen)) {
     PrintUsage();
     LastStatus = kStatusUsage;
   } else {
@@ -236,11 +267,8 @@ int32_t Run(int argc, const wchar_t* const* argv, GatedHandlerFn gatedHandler) {
     } else {
       LastStatus = ConnectToCore(connection);
       if (LastStatus == kStatusOk) {
-        if (gated) {
-          gatedHandler(code, connection, argc, argv);
-        } else {
-          RunHandler(code, connection, argv);
-        }
+        // An option that takes any count may stand alone: its value is then null.
+        kHandlers[code](code, *connection, argc > 2 ? argv[2] : nullptr);
       }
       ReleaseCoreConnection(connection);
       delete connection;
@@ -255,10 +283,8 @@ int32_t Run(int argc, const wchar_t* const* argv, GatedHandlerFn gatedHandler) {
 
 }  // namespace
 
-int32_t RunNetwarden(int argc, const wchar_t* const* argv) { return Run(argc, argv, nullptr); }
+int32_t RunNetwarden(int argc, const wchar_t* const* argv) { return Run(argc, argv, false); }
 
-int32_t RunWithGateOpen(int argc, const wchar_t* const* argv, GatedHandlerFn gatedHandler) {
-  return Run(argc, argv, gatedHandler);
-}
+int32_t RunWithGateOpen(int argc, const wchar_t* const* argv) { return Run(argc, argv, true); }
 
 }  // namespace nw

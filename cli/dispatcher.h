@@ -4,8 +4,6 @@
 
 namespace nw {
 
-struct CoreConnection;
-
 /// 0 to 17: commands this build runs; 18 to 45: recognised but refused; 46: usage.
 using CommandCode = int32_t;
 
@@ -40,12 +38,9 @@ void PrintUsage();
 /// The whole run: start-up, parse, gate, connect, one handler, teardown. Returns LastStatus.
 int32_t RunNetwarden(int argc, const wchar_t* const* argv);
 
-/// Runs the handler of a code that the gate refuses (18 to 45), after a successful connection.
-using GatedHandlerFn = void (*)(CommandCode code, CoreConnection* connection, int argc,
-                                const wchar_t* const* argv);
 /// The same run as RunNetwarden with the gate open: a refused code connects like a served one
-/// and runs through gatedHandler. For test drivers that reach the refused commands' handlers
+/// and runs its handler from the same table. For test drivers that reach the refused commands
 /// end to end; the program's entry point never calls it.
-int32_t RunWithGateOpen(int argc, const wchar_t* const* argv, GatedHandlerFn gatedHandler);
+int32_t RunWithGateOpen(int argc, const wchar_t* const* argv);
 
 }  // namespace nw

@@ -34,9 +34,23 @@ void TrafficLogChange(CoreConnection& connection, CommandCode code, const wchar_
 void ConfigChange(CoreConnection& connection, CommandCode code, const wchar_t* value, bool allowOn);
 /// Resets every global setting to the core's default (code 18, refused by the dispatcher).
 void ConfigReset(CoreConnection& connection);
-/// The driver commands (drivers/): they never write LastStatus.
+/// The import path's commands (policy/, refused by the dispatcher): each reads the document at
+/// path and builds it into the core (codes 20 and 22 to 24).
+void AddPoliciesFromFile(CoreConnection* connection, const wchar_t* path);
+void SetBlacklistFromFile(CoreConnection* connection, const wchar_t* path);
+void AppendBlacklistFromFile(CoreConnection* connection, const wchar_t* path);
+void DeleteBlacklistFromFile(CoreConnection* connection, const wchar_t* path);
+/// Deletes the policy whose identifier text is given, 8-4-4-4-12 hexadecimal digits (code 21).
+void DeletePolicyByUid(IPolicyManager* manager, const wchar_t* text);
+/// Deletes every packet and then every stream policy, reporting each (code 19). LastStatus ends
+/// as the last list query left it; failed deletions do not change it.
+void DeleteAllPolicies(IPolicyManager* manager);
+/// The driver commands (drivers/): they never write LastStatus. The two disabling ones (codes
+/// 44 and 45) are refused by the dispatcher; the load-state evaluation runs them.
 void EnableNdisDriver(DriverLogFn log);
 void EnableWfpDriver(DriverLogFn log);
+void DisableNdisDriver(DriverLogFn log);
+void DisableWfpDriver(DriverLogFn log);
 void DisableUnusedNetDrivers(CoreConnection* connection);
 /// Codes 37 and 38 (refused by the dispatcher): starts or stops the kernel driver's profiler.
 void PerfProfilingControl(bool start);

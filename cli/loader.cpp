@@ -4,15 +4,12 @@
 #include <iterator>
 #include <new>
 
-#include "cli/bounded_string.h"
+#include "base/bounded_string.h"
 #include "core/interfaces.h"
 #include "platform/process.h"
 #include "platform/registry.h"
 
 namespace nw {
-
-uint32_t LibraryLoadFlags = platform::kLoadLibrarySearchSystem32;
-
 namespace {
 
 constexpr const wchar_t* kSystemLibraryPreloadList[] = {
@@ -29,7 +26,6 @@ constexpr uint32_t kInstallKeyAccess = platform::kKeyRead | platform::kKeyWow64_
 constexpr size_t kMinPathChars = 261;
 constexpr uint32_t kFirstModuleNameChars = 260;
 
-bool systemLibraryFirstUse = true;
 // WinVerifyTrust is bound on the first verification and the outcome holds for the process.
 bool trustBound = false;
 Status trustBindingFailure = kStatusOk;
@@ -66,7 +62,7 @@ Status BindWinVerifyTrust() {
   if (!trustBound) {
     trustBound = true;
     uint32_t error = kErrorModNotFound;
-    if (platform::ModuleHandle wintrust = LoadSystemLibrary(L"wintrust.dll")) {
+    if (platform::ModuleHandle wintrust = platform::LoadSystemLibrary(L"wintrust.dll")) {
       error = platform::TheTrust().BindWinVerifyTrust(wintrust);
     }
     trustBindingFailure = HresultFromWin32(error);
@@ -76,7 +72,7 @@ Status BindWinVerifyTrust() {
 
 /// The system's text for a verification result, from crypt32's message table; null without it.
 wchar_t* VerificationMessage(int32_t result) {
-  platform::ModuleHandle crypt32 = LoadSystemLibrary(L"crypt32.dll");
+  platform::ModuleHandle crypt32 = platform::LoadSystemLibrary(L"crypt32.dll");
   if (crypt32 == nullptr) return nullptr;
   wchar_t* text = platform::TheTrust().MessageText(crypt32, result);
   platform::TheLibraries().FreeLibrary(crypt32);
@@ -220,19 +216,19 @@ void ReportRejection(const LibraryLoadRequest* request, Status status) {
 platform::ModuleHandle* HardenLibrarySearch() {
   platform::Libraries& libraries = platform::TheLibraries();
   if (libraries.HasSetDefaultDllDirectories()) {
-    LibraryLoadFlags = platform::kLoadLibrarySearchSystem32;
+    platform::LibraryLoadFlags = platform::kLoadLibrarySearchSystem32;
     if (!libraries.SetDefaultDllDirectories(platform::kLoadLibrarySearchSystem32)) {
-      LibraryLoadFlags = 0;
+      platform::LibraryLoadFlags = 0;
     }
   } else {
-    LibraryLoadFlags = 0;
+    platform::LibraryLoadFlags = 0;
   }
-  if (LibraryLoadFlags != 0) return nullptr;
+  if (platform::LibraryLoadFlags != 0) return nullptr;
   auto* modules = new (std::nothrow) platform::ModuleHandle[kPreloadCount + 1]();
   if (modules == nullptr) return nullptr;
   size_t kept = 0;
   for (size_t i = 0; i < kPreloadCount; ++i) {
-    if (platform::ModuleHandle module = LoadSystemLibrary(kSystemLibraryPreloadList[i])) {
+    if (platform::ModuleHandle module = platform::LoadSystemLibrary(kSystemLibraryPreloadList[i])) {
       modules[kept++] = module;
     }
   }
@@ -247,34 +243,8 @@ void ReleasePreloadedLibraries(platform::ModuleHandle* modules) {
   delete[] modules;
 }
 
-platform::ModuleHandle LoadSystemLibrary(const wchar_t* name) {
-  platform::Libraries& libraries = platform::TheLibraries();
-  if (systemLibraryFirstUse) {
-    systemLibraryFirstUse = false;
-    LibraryLoadFlags =
-        libraries.HasSetDefaultDllDirectories() ? platform::kLoadLibrarySearchSystem32 : 0;
-  }
-  uint32_t error = 0;
-  size_t length = 0;
-  const bool relative = BoundedLength(name, kStrSafeMaxChars, &length) && length >= 3 &&
-                        name[0] != L'\\' && name[1] != L':';
-  if (LibraryLoadFlags != 0 || !relative) {
-    return libraries.LoadLibraryEx(name, LibraryLoadFlags, &error);
-  }
-  constexpr uint32_t kPathChars = 260;
-  wchar_t path[kPathChars] = {};
-  const uint32_t directoryChars = libraries.GetSystemDirectory(path, kPathChars);
-  if (directoryChars == 0 || directoryChars >= kPathChars ||
-      BoundedCat(path, kPathChars, L"\\") != 0 || BoundedCat(path, kPathChars, name) != 0) {
-    // Never fall back to the bare name: that would search the very directories we avoid.
-    return nullptr;
-  }
-  return libraries.LoadLibraryEx(path, LibraryLoadFlags, &error);
-}
-
 void ResetLoaderStateForTesting() {
-  LibraryLoadFlags = platform::kLoadLibrarySearchSystem32;
-  systemLibraryFirstUse = true;
+  platform::ResetSystemLibraryStateForTesting();
   trustBound = false;
   trustBindingFailure = kStatusOk;
 }

@@ -8,6 +8,7 @@
 #include "core/status.h"
 #include "platform/library.h"
 #include "platform/signature.h"
+#include "platform/system_library.h"
 
 namespace nw {
 
@@ -39,17 +40,12 @@ struct SignatureErrorText {
   wchar_t* text = nullptr;  ///< new[]; the holder's owner deletes it
 };
 
-/// The LoadLibraryEx flags the system-library routines use: 0x800 (system directory only) or 0.
-extern uint32_t LibraryLoadFlags;
-
 /// Restricts the process's library search to the system directory, or, where the host cannot,
 /// preloads the system libraries the process needs from the system directory. Returns the
 /// null-terminated new[] array of preloaded modules, or null when nothing was preloaded.
 platform::ModuleHandle* HardenLibrarySearch();
 /// Frees each preloaded module and the array itself (null is accepted).
 void ReleasePreloadedLibraries(platform::ModuleHandle* modules);
-/// Loads a system library from the system directory: the module or null.
-platform::ModuleHandle LoadSystemLibrary(const wchar_t* name);
 /// Puts the process-wide loader state back to its start (tests run many starts in one process).
 void ResetLoaderStateForTesting();
 

@@ -11,6 +11,7 @@ target_include_directories(nw_debug_log PUBLIC ${CMAKE_SOURCE_DIR})
 target_link_libraries(nw_debug_log PUBLIC nw_base)
 
 add_library(nw_host_state STATIC sim/host/host_state.cpp sim/common/json_util.cpp
+  sim/common/fault_rules.cpp
   sim/common/atomic_file_posix.cpp
   sim/common/read_file_posix.cpp
   sim/host/host_clock.cpp

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "base/hex_digit.h"
 #include "cli/console.h"
 #include "cli/handlers.h"
 #include "cli/wide_text.h"
@@ -227,17 +228,9 @@ bool ParseHex32(uint32_t* value, const wchar_t* text) {
   if (text == nullptr) return false;
   uint32_t accumulator = 0;
   for (const wchar_t* p = text; *p != L'\0'; ++p) {
-    uint32_t digit;
-    if (*p >= L'0' && *p <= L'9') {
-      digit = static_cast<uint32_t>(*p - L'0');
-    } else if (*p >= L'a' && *p <= L'f') {
-      digit = static_cast<uint32_t>(*p - L'a' + 10);
-    } else if (*p >= L'A' && *p <= L'F') {
-      digit = static_cast<uint32_t>(*p - L'A' + 10);
-    } else {
-      return false;
-    }
-    accumulator = accumulator << 4 | digit;
+    const int digit = HexDigitValue(*p);
+    if (digit < 0) return false;
+    accumulator = accumulator << 4 | static_cast<uint32_t>(digit);
   }
   *value = accumulator;
   return true;

@@ -159,9 +159,7 @@ class IGUnregisterNetComponent : public IGRegisterNetComponent {
 /// Runs list, commits it or undoes and aborts it, and destroys it.
 void RunActionList(IGActionList* list);
 
-// EnableNdisDriver and EnableWfpDriver are declared with the other handlers (cli/handlers.h).
-void DisableNdisDriver(DriverLogFn log);
-void DisableWfpDriver(DriverLogFn log);
+// The four driver handlers are declared with the other handlers (cli/handlers.h).
 
 /// The start type of the TCP/IP driver (of tdx before Windows 7), 0 when none can be read.
 uint32_t GetTcpipStartType();

@@ -5,6 +5,7 @@
 
 #include "cli/console.h"
 #include "cli/driver_link.h"
+#include "cli/handlers.h"
 #include "drivers/driver_actions.h"
 #include "drivers/net_component.h"
 #include "drivers/service_control.h"

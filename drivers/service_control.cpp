@@ -5,8 +5,8 @@
 #include <string>
 #include <utility>
 
+#include "base/bounded_string.h"
 #include "base/format.h"
-#include "cli/bounded_string.h"
 #include "cli/console.h"
 #include "platform/last_error.h"
 #include "platform/self_protection.h"

@@ -1,26 +1,46 @@
 #include "platform/system_library.h"
 
-#include <string>
-
+#include "base/bounded_string.h"
 #include "core/status.h"
 
 namespace nw::platform {
 
-ModuleHandle LoadSystemDirectoryLibrary(const wchar_t* name, uint32_t* error) {
+uint32_t LibraryLoadFlags = kLoadLibrarySearchSystem32;
+
+namespace {
+
+bool firstUse = true;
+
+}  // namespace
+
+ModuleHandle LoadSystemLibrary(const wchar_t* name, uint32_t* error) {
+  uint32_t ignored = 0;
+  if (error == nullptr) error = &ignored;
   Libraries& libraries = TheLibraries();
+  if (firstUse) {
+    firstUse = false;
+    LibraryLoadFlags = libraries.HasSetDefaultDllDirectories() ? kLoadLibrarySearchSystem32 : 0;
+  }
+  size_t length = 0;
+  const bool relative = BoundedLength(name, kStrSafeMaxChars, &length) && length >= 3 &&
+                        name[0] != L'\\' && name[1] != L':';
+  if (LibraryLoadFlags != 0 || !relative)
+    return libraries.LoadLibraryEx(name, LibraryLoadFlags, error);
   constexpr uint32_t kPathChars = 260;
-  wchar_t directory[kPathChars] = {};
-  const uint32_t length = libraries.GetSystemDirectory(directory, kPathChars);
-  if (length == 0 || length >= kPathChars) {
+  wchar_t path[kPathChars] = {};
+  const uint32_t directoryChars = libraries.GetSystemDirectory(path, kPathChars);
+  if (directoryChars == 0 || directoryChars >= kPathChars ||
+      BoundedCat(path, kPathChars, L"\\") != 0 || BoundedCat(path, kPathChars, name) != 0) {
     // Never fall back to the bare name: that would search the very directories we avoid.
     *error = kErrorModNotFound;
     return nullptr;
   }
-  const std::wstring path = std::wstring(directory, length) + L"\\" + name;
-  // The flag is refused where SetDefaultDllDirectories does not exist (Windows 7 without its
-  // update); the full path alone still keeps the library itself to the system directory.
-  const uint32_t flags = libraries.HasSetDefaultDllDirectories() ? kLoadLibrarySearchSystem32 : 0;
-  return libraries.LoadLibraryEx(path.c_str(), flags, error);
+  return libraries.LoadLibraryEx(path, LibraryLoadFlags, error);
+}
+
+void ResetSystemLibraryStateForTesting() {
+  LibraryLoadFlags = kLoadLibrarySearchSystem32;
+  firstUse = true;
 }
 
 }  // namespace nw::platform

@@ -31,6 +31,21 @@ enum class XmlNodeType : int32_t {
 /// S_FALSE: Read's answer at the end of the input, and the attribute moves' when there is none.
 inline constexpr Status kXmlFalse = 1;
 
+// XmlLite's answers for a malformed document, as both hosts' readers give them.
+/// MX_E_INPUTEND: the input ended inside the document.
+inline constexpr Status kMxEInputEnd = static_cast<Status>(0xC00CEE01u);
+inline constexpr Status kWcEGreaterThan = static_cast<Status>(0xC00CEE23u);
+inline constexpr Status kWcEQuote = static_cast<Status>(0xC00CEE24u);
+inline constexpr Status kWcELessThan = static_cast<Status>(0xC00CEE26u);
+/// WC_E_SYNTAX: what the emulated reader answers for any failure it does not tell apart.
+inline constexpr Status kWcESyntax = static_cast<Status>(0xC00CEE2Du);
+inline constexpr Status kWcEElementMatch = static_cast<Status>(0xC00CEE3Bu);
+inline constexpr Status kWcEUniqueAttribute = static_cast<Status>(0xC00CEE3Cu);
+inline constexpr Status kWcEUndeclaredEntity = static_cast<Status>(0xC00CEE47u);
+inline constexpr Status kWcECdSectEnd = static_cast<Status>(0xC00CEE4Du);
+inline constexpr Status kWcEDtdProhibited = static_cast<Status>(0xC00CEE4Fu);
+inline constexpr Status kNcEUndeclaredPrefix = static_cast<Status>(0xC00CEE65u);
+
 /// One open document.
 class XmlReader {
  public:

@@ -1,10 +1,11 @@
 #include "policy/policy_builder.h"
 
 #include <cstring>
-#include <cwctype>
 #include <string>
 
+#include "base/hex_digit.h"
 #include "cli/console.h"
+#include "cli/handlers.h"
 #include "core/policy_values.h"
 #include "policy/names.h"
 #include "policy/value_parsers.h"
@@ -664,10 +665,6 @@ void FromFile(CoreConnection* connection, const wchar_t* path, int operation,
   ConsolePrint(BuildConfiguration(connection, operation, reader.document()) ? succeeded : failed);
 }
 
-bool IsHexDigit(wchar_t c) {
-  return (c >= L'0' && c <= L'9') || (c >= L'a' && c <= L'f') || (c >= L'A' && c <= L'F');
-}
-
 }  // namespace
 
 bool BuildConfiguration(CoreConnection* connection, int operation, const PolicyDocument& document) {
@@ -717,12 +714,12 @@ void DeletePolicyByUid(IPolicyManager* manager, const wchar_t* text) {
   uint64_t values[5] = {};
   for (size_t g = 0; g < 5 && wellFormed; ++g) {
     for (int i = 0; i < kGroups[g]; ++i, ++at) {
-      if (!IsHexDigit(*at)) {
+      const int digit = HexDigitValue(*at);
+      if (digit < 0) {
         wellFormed = false;
         break;
       }
-      values[g] = values[g] << 4 | static_cast<uint64_t>(
-                                       *at <= L'9' ? *at - L'0' : (std::towlower(*at) - L'a' + 10));
+      values[g] = values[g] << 4 | static_cast<uint64_t>(digit);
     }
     if (wellFormed && g < 4 && *at++ != L'-') wellFormed = false;
   }

@@ -23,12 +23,7 @@ inline constexpr int kBlacklistAppend = 3;
 /// Every builder call's status is stored in LastStatus.
 bool BuildConfiguration(CoreConnection* connection, int operation, const PolicyDocument& document);
 
-/// The command entries: read the document at path, then build it.
-void AddPoliciesFromFile(CoreConnection* connection, const wchar_t* path);
-void SetBlacklistFromFile(CoreConnection* connection, const wchar_t* path);
-void AppendBlacklistFromFile(CoreConnection* connection, const wchar_t* path);
-void DeleteBlacklistFromFile(CoreConnection* connection, const wchar_t* path);
-/// Deletes the policy whose identifier text is given (8-4-4-4-12 hexadecimal digits).
-void DeletePolicyByUid(IPolicyManager* manager, const wchar_t* text);
+// The command entries (AddPoliciesFromFile, ..., DeletePolicyByUid) are declared with the other
+// handlers (cli/handlers.h).
 
 }  // namespace nw

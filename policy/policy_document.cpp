@@ -1,6 +1,6 @@
 #include "policy/policy_document.h"
 
-#include "cli/bounded_string.h"
+#include "base/bounded_string.h"
 #include "cli/console.h"
 #include "cli/handlers.h"
 #include "core/policy_values.h"

@@ -38,8 +38,5 @@ bool HasPacketPolicies(IPolicyManager* manager);
 /// Whether packet or stream policies exist (stream is asked only when there are no packet
 /// policies). A failing query answers true. LastStatus is left alone.
 bool HasAnyPolicies(IPolicyManager* manager);
-/// Deletes every packet and then every stream policy, reporting each. LastStatus ends as the
-/// last list query left it; failed deletions do not change it.
-void DeleteAllPolicies(IPolicyManager* manager);
 
 }  // namespace nw

@@ -5,6 +5,7 @@
 #include <string>
 #include <utility>
 
+#include "base/hex_digit.h"
 #include "cli/console.h"
 #include "cli/wide_text.h"
 #include "core/interfaces.h"
@@ -23,13 +24,6 @@ constexpr uint8_t kIpv4PrefixLimit = 32;
 constexpr uint8_t kIpv6PrefixLimit = 128;
 constexpr int kMacGroups = 8;
 constexpr uint32_t kByteLimit = 255;
-
-int HexDigitValue(wchar_t c) {
-  if (c >= L'0' && c <= L'9') return c - L'0';
-  if (c >= L'a' && c <= L'f') return c - L'a' + 10;
-  if (c >= L'A' && c <= L'F') return c - L'A' + 10;
-  return -1;
-}
 
 bool IsDecimalDigit(wchar_t c) { return c >= L'0' && c <= L'9'; }
 

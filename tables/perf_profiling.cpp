@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <new>
 
-#include "cli/bounded_string.h"
+#include "base/bounded_string.h"
 #include "cli/driver_link.h"
 #include "cli/handlers.h"
 #include "cli/loader.h"

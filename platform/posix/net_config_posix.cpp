@@ -17,12 +17,7 @@
 namespace nw::platform {
 namespace {
 
-std::optional<HResult> ChosenResult(const char* operation) {
-  const auto& results = sim::Host().drivers.netcfgResults;
-  auto it = results.find(operation);
-  if (it == results.end()) return std::nullopt;
-  return it->second;
-}
+std::optional<HResult> ChosenResult(const char* operation) { return sim::NetcfgResult(operation); }
 
 bool SameId(const std::wstring& a, const std::wstring& b) {
   return sim::UpperAscii(a) == sim::UpperAscii(b);

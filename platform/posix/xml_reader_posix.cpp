@@ -34,19 +34,6 @@
 namespace nw::platform {
 namespace {
 
-// XmlLite's answers for the failures the emulation tells apart; every other malformed document
-// fails with kWcESyntax.
-constexpr Status kMxEInputEnd = static_cast<Status>(0xC00CEE01u);
-constexpr Status kWcEGreaterThan = static_cast<Status>(0xC00CEE23u);
-constexpr Status kWcEQuote = static_cast<Status>(0xC00CEE24u);
-constexpr Status kWcELessThan = static_cast<Status>(0xC00CEE26u);
-constexpr Status kWcESyntax = static_cast<Status>(0xC00CEE2Du);
-constexpr Status kWcEElementMatch = static_cast<Status>(0xC00CEE3Bu);
-constexpr Status kWcEUniqueAttribute = static_cast<Status>(0xC00CEE3Cu);
-constexpr Status kWcEUndeclaredEntity = static_cast<Status>(0xC00CEE47u);
-constexpr Status kWcECdSectEnd = static_cast<Status>(0xC00CEE4Du);
-constexpr Status kWcEDtdProhibited = static_cast<Status>(0xC00CEE4Fu);
-constexpr Status kNcEUndeclaredPrefix = static_cast<Status>(0xC00CEE65u);
 // What IStream::Read answers when the disk fails under it.
 constexpr Status kStgEReadFault = static_cast<Status>(0x8003001Eu);
 constexpr Status kEFail = static_cast<Status>(0x80004005u);
@@ -538,7 +525,7 @@ class PosixXmlDocuments final : public XmlDocuments {
     // host file says otherwise); libxml2 stands in for its code, so there is nothing in it to
     // look CreateXmlReader up in.
     uint32_t error = 0;
-    ModuleHandle xmlLite = LoadSystemDirectoryLibrary(L"xmllite.dll", &error);
+    ModuleHandle xmlLite = LoadSystemLibrary(L"xmllite.dll", &error);
     if (xmlLite == nullptr) {
       *failed = XmlOpenStep::kLoadLibrary;
       *status = static_cast<Status>(error);

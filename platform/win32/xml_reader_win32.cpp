@@ -34,9 +34,6 @@ static_assert(static_cast<int>(XmlNodeType_XmlDeclaration) ==
               static_cast<int>(XmlNodeType::kXmlDeclaration));
 static_assert(kXmlFalse == S_FALSE);
 
-/// MX_E_INPUTEND: the input ended inside the document.
-constexpr Status kMxEInputEnd = static_cast<Status>(0xC00CEE01u);
-
 using CreateXmlReaderFn = HRESULT(WINAPI*)(REFIID, void**, IMalloc*);
 
 struct ComRelease {
@@ -135,7 +132,7 @@ class Win32XmlDocuments final : public XmlDocuments {
       return false;
     };
     uint32_t error = 0;
-    LibraryPtr module(LoadSystemDirectoryLibrary(L"xmllite.dll", &error));
+    LibraryPtr module(LoadSystemLibrary(L"xmllite.dll", &error));
     if (module == nullptr) return fail(XmlOpenStep::kLoadLibrary, static_cast<Status>(error));
     auto create = reinterpret_cast<CreateXmlReaderFn>(
         TheLibraries().GetProcAddress(module.get(), "CreateXmlReader", &error));

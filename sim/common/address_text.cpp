@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <optional>
 
+#include "base/hex_digit.h"
+
 namespace nw::sim {
 namespace {
 
@@ -26,13 +28,6 @@ bool ParseIpv4(std::string_view text, uint8_t out[4]) {
   return text.empty();
 }
 
-std::optional<unsigned> HexDigit(char c) {
-  if (c >= '0' && c <= '9') return static_cast<unsigned>(c - '0');
-  if (c >= 'a' && c <= 'f') return static_cast<unsigned>(c - 'a' + 10);
-  if (c >= 'A' && c <= 'F') return static_cast<unsigned>(c - 'A' + 10);
-  return std::nullopt;
-}
-
 // Groups of one to four hex digits separated by ':' (an empty text is no group); a dotted IPv4
 // tail counts as two groups when allowTail. Writes the 16-bit groups to out (at most max) and
 // their number to *count.
@@ -52,9 +47,9 @@ bool ParseGroups(std::string_view text, bool allowTail, uint16_t* out, size_t ma
     if (group.empty() || group.size() > 4 || *count == max) return false;
     unsigned value = 0;
     for (char c : group) {
-      const auto digit = HexDigit(c);
-      if (!digit) return false;
-      value = value * 16 + *digit;
+      const int digit = HexDigitValue(c);
+      if (digit < 0) return false;
+      value = value * 16 + static_cast<unsigned>(digit);
     }
     out[(*count)++] = static_cast<uint16_t>(value);
     if (end == std::string_view::npos) return true;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "base/format.h"
+#include "base/hex_digit.h"
 
 namespace nw::sim {
 namespace {
@@ -261,17 +262,9 @@ bool JsonChecker::Status(const Json& v, const std::string& path, int32_t* out) {
   }
   uint32_t value = 0;
   for (size_t i = 2; i < text.size(); ++i) {
-    char c = text[i];
-    uint32_t digit;
-    if (c >= '0' && c <= '9')
-      digit = static_cast<uint32_t>(c - '0');
-    else if (c >= 'a' && c <= 'f')
-      digit = static_cast<uint32_t>(c - 'a' + 10);
-    else if (c >= 'A' && c <= 'F')
-      digit = static_cast<uint32_t>(c - 'A' + 10);
-    else
-      return Fail(path, expected);
-    value = value * 16 + digit;
+    const int digit = HexDigitValue(text[i]);
+    if (digit < 0) return Fail(path, expected);
+    value = value * 16 + static_cast<uint32_t>(digit);
   }
   *out = static_cast<int32_t>(value);
   return true;

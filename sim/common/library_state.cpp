@@ -86,7 +86,9 @@ DebugOptions LibraryState::Debug() {
 std::optional<Status> LibraryState::Fault(std::string_view operation, std::string_view item) {
   const Scenario* scenario = GetScenario();
   if (scenario == nullptr) return std::nullopt;
-  return FindFault(*scenario, operation, item);
+  if (scenario->faults.empty()) return std::nullopt;
+  std::lock_guard<std::mutex> lock(faultMutex_);
+  return FindFault(*scenario, &faultCalls_, operation, item);
 }
 
 void LibraryState::Print(const wchar_t* format, ...) {

@@ -66,7 +66,8 @@ class LibraryState {
   /// kStatusSaveFailed with the reason in the debugger output and nothing changed.
   Status UpdateScenario(const std::function<void(Scenario&)>& change);
 
-  /// The fault injected for an operation (see FindFault); none when the scenario is bad.
+  /// The fault injected for this call of an operation (see FindFault; the calls are counted
+  /// for the life of the library); none when the scenario is bad.
   std::optional<Status> Fault(std::string_view operation, std::string_view item = {});
 
   /// Writes "<prefix>: <text>" to the debugger output; text ends with its own "\n".
@@ -101,6 +102,8 @@ class LibraryState {
   std::string scenarioError_;
   /// The file changes are saved to; empty when they cannot be.
   std::string saveFile_;
+  std::mutex faultMutex_;
+  FaultCalls faultCalls_;
   ObjectRegistry objects_;
   std::mutex moduleMutex_;
   ModuleSelfReference module_;

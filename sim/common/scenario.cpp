@@ -15,7 +15,6 @@ enum class FaultItem {
   kProcessId,     // a process identifier in decimal
   kPolicyType,    // a policy type in decimal
   kPolicy,        // a policy's identifier
-  kPolicyFetch,   // a policy's identifier, optionally "#<n>" for its n-th fetch only
   kTerm,          // "<policy uid>/<rule or aggregate uid>/<match index>/<term index>"
 };
 
@@ -142,7 +141,7 @@ constexpr FaultOperation kFaultOperations[] = {
     {"IMatchBuilder", "AddHttpServerMatch"},
     {"IMatchBuilder", "AddVtpPrivilegesMatch"},
     {"IMatchBuilder", "AddAggregateMatch"},
-    {"IPolicyManager", "GetExistingPolicy", FaultItem::kPolicyFetch},
+    {"IPolicyManager", "GetExistingPolicy", FaultItem::kPolicy},
     {"IPolicyManager", "GetExistingPolicyList", FaultItem::kPolicyType},
     {"IPolicyManager", "DeletePolicy", FaultItem::kPolicy},
     {"IPolicy", "SetIterationMode", FaultItem::kPolicy},
@@ -297,14 +296,6 @@ bool IsPolicyItem(std::string_view text) {
   return ParseGuidText(text, &uid);
 }
 
-bool IsFetchItem(std::string_view text) {
-  const size_t hash = text.find('#');
-  if (hash == std::string_view::npos) return IsPolicyItem(text);
-  return IsPolicyItem(text.substr(0, hash)) &&
-         IsDecimal(text.substr(hash + 1), std::numeric_limits<uint32_t>::max()) &&
-         text.substr(hash + 1) != "0";
-}
-
 bool IsTermItem(std::string_view text) {
   std::string_view parts[4];
   for (int i = 0; i < 3; ++i) {
@@ -332,8 +323,6 @@ bool IsItem(FaultItem kind, std::string_view text) {
       return IsDecimal(text, std::numeric_limits<int32_t>::max());
     case FaultItem::kPolicy:
       return IsPolicyItem(text);
-    case FaultItem::kPolicyFetch:
-      return IsFetchItem(text);
     case FaultItem::kTerm:
       return IsTermItem(text);
   }
@@ -352,8 +341,6 @@ const char* ItemPlaceholder(FaultItem kind) {
       return "<policy type>";
     case FaultItem::kPolicy:
       return "<policy uid>";
-    case FaultItem::kPolicyFetch:
-      return "<policy uid>[#<fetch>]";
     case FaultItem::kTerm:
       return "<policy uid>/<rule or aggregate uid>/<match>/<term>";
     case FaultItem::kNone:
@@ -392,9 +379,8 @@ std::string KnownFaultsText() {
   }
   names += "; any of them as <interface>::<operation>";
   // The operations that take an item, grouped by the item's form.
-  for (FaultItem kind :
-       {FaultItem::kRequestCode, FaultItem::kAddressIndex, FaultItem::kProcessId,
-        FaultItem::kPolicyType, FaultItem::kPolicy, FaultItem::kPolicyFetch, FaultItem::kTerm}) {
+  for (FaultItem kind : {FaultItem::kRequestCode, FaultItem::kAddressIndex, FaultItem::kProcessId,
+                         FaultItem::kPolicyType, FaultItem::kPolicy, FaultItem::kTerm}) {
     std::string group;
     for (const FaultOperation& op : kFaultOperations) {
       if (op.item == kind) group += (group.empty() ? "" : ", ") + std::string(op.name);
@@ -411,9 +397,9 @@ bool ParseFaults(JsonChecker& check, const Json& v, const std::string& path, Sce
     if (!IsKnownFault(item.key())) {
       return check.Fail(itemPath, "a known operation (" + KnownFaultsText() + ")");
     }
-    int32_t status = 0;
-    if (!check.Status(item.value(), itemPath, &status)) return false;
-    s->faults[item.key()] = status;
+    FaultRules rules;
+    if (!ParseFaultRules(check, item.value(), itemPath, &rules)) return false;
+    s->faults[item.key()] = std::move(rules);
   }
   return true;
 }
@@ -500,32 +486,30 @@ bool LoadScenario(const std::string& file, std::string_view builtInText, Scenari
   return read && ParseScenario(doc, source, out, error);
 }
 
-std::optional<int32_t> FindFault(const Scenario& scenario, std::string_view operation,
-                                 std::string_view item) {
+std::optional<int32_t> FindFault(const Scenario& scenario, FaultCalls* calls,
+                                 std::string_view operation, std::string_view item) {
+  if (scenario.faults.empty()) return std::nullopt;
   std::string_view plain = operation;
   const size_t qualifier = operation.find(kQualifier);
   if (qualifier != std::string_view::npos) plain.remove_prefix(qualifier + kQualifier.size());
-  auto find = [&](std::string_view name, bool withItem) -> std::optional<int32_t> {
-    std::string key(name);
-    if (withItem) {
-      key += ':';
-      key += item;
-    }
-    auto it = scenario.faults.find(key);
-    if (it == scenario.faults.end()) return std::nullopt;
-    return it->second;
-  };
   const bool qualified = plain.size() != operation.size();
+  // Most particular first; every entry that names the call counts it, whichever decides.
+  std::string keys[4];
+  size_t count = 0;
   if (!item.empty()) {
-    if (qualified) {
-      if (auto fault = find(operation, true)) return fault;
-    }
-    if (auto fault = find(plain, true)) return fault;
+    if (qualified) keys[count++] = std::string(operation) + ":" + std::string(item);
+    keys[count++] = std::string(plain) + ":" + std::string(item);
   }
-  if (qualified) {
-    if (auto fault = find(operation, false)) return fault;
+  if (qualified) keys[count++] = std::string(operation);
+  keys[count++] = std::string(plain);
+  std::optional<int32_t> decided;
+  for (size_t i = 0; i < count; ++i) {
+    auto it = scenario.faults.find(keys[i]);
+    if (it == scenario.faults.end()) continue;
+    const uint64_t call = ++(*calls)[keys[i]];
+    if (!decided) decided = FaultForCall(it->second, call);
   }
-  return find(plain, false);
+  return decided;
 }
 
 Json GlobalSettingsToJson(const GlobalSettings& settings) {

@@ -10,10 +10,11 @@
 #include <string>
 #include <string_view>
 
+#include "sim/common/fault_rules.h"
 #include "sim/common/json_util.h"
 #include "sim/common/scenario_policies.h"
-#include "sim/common/scenario_tables.h"
 #include "sim/common/scenario_profile.h"
+#include "sim/common/scenario_tables.h"
 
 namespace nw::sim {
 
@@ -87,7 +88,7 @@ struct HookState {
 struct Scenario {
   ServiceState service;
   /// Injected failures by operation name, or "name:item" for one item of an operation.
-  std::map<std::string, int32_t, std::less<>> faults;
+  std::map<std::string, FaultRules, std::less<>> faults;
   DebugOptions debug;
   DriverLinkState driverLink;
   CoreVersions versions;
@@ -113,12 +114,16 @@ bool ParseScenario(const Json& doc, const std::string& source, Scenario* out, st
 bool LoadScenario(const std::string& file, std::string_view builtInText, Scenario* out,
                   std::string* error);
 
-/// The status an operation is made to fail with, if any. operation is a plain name
-/// ("Register") or one qualified by its interface ("IGlobalConfigBuilder::Refresh"). Entries
-/// are looked for from the most particular: "<qualified>:<item>", "<plain>:<item>",
-/// "<qualified>", "<plain>".
-std::optional<int32_t> FindFault(const Scenario& scenario, std::string_view operation,
-                                 std::string_view item = {});
+/// How many calls each fault entry has seen, by the entry's name.
+using FaultCalls = std::map<std::string, uint64_t, std::less<>>;
+
+/// The status one call of an operation is made to fail with, if any. operation is a plain name
+/// ("Register") or one qualified by its interface ("IGlobalConfigBuilder::Refresh"). The call
+/// counts for every entry that names it ("<qualified>:<item>", "<plain>:<item>", "<qualified>",
+/// "<plain>"), each in its own count in *calls; of the entries whose rules hit their count, the
+/// most particular, in that order, decides.
+std::optional<int32_t> FindFault(const Scenario& scenario, FaultCalls* calls,
+                                 std::string_view operation, std::string_view item = {});
 
 /// The "config" section as a scenario writes it, every setting present.
 Json GlobalSettingsToJson(const GlobalSettings& settings);

@@ -7,19 +7,13 @@
 #include <string_view>
 
 #include "base/format.h"
+#include "base/hex_digit.h"
 #include "core/policy_values.h"
 
 namespace nw::sim {
 namespace {
 
 // ---- Identifiers and addresses as text ---------------------------------------------------
-
-int HexValue(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
 
 bool ParseIpv4(std::string_view text, IpAddress* out) {
   IpAddress address{};
@@ -58,8 +52,8 @@ bool ParseIpv6(std::string_view text, IpAddress* out) {
   while (at < text.size()) {
     unsigned value = 0;
     size_t digits = 0;
-    while (at < text.size() && HexValue(text[at]) >= 0 && digits < 4) {
-      value = value * 16 + static_cast<unsigned>(HexValue(text[at]));
+    while (at < text.size() && HexDigitValue(text[at]) >= 0 && digits < 4) {
+      value = value * 16 + static_cast<unsigned>(HexDigitValue(text[at]));
       ++at;
       ++digits;
     }
@@ -798,7 +792,7 @@ bool ParseGuidText(std::string_view text, Guid* guid) {
       ++i;
       continue;
     }
-    const int high = HexValue(text[i]), low = HexValue(text[i + 1]);
+    const int high = HexDigitValue(text[i]), low = HexDigitValue(text[i + 1]);
     if (high < 0 || low < 0) return false;
     bytes[n++] = static_cast<uint8_t>(high << 4 | low);
     i += 2;

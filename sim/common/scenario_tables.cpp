@@ -4,6 +4,7 @@
 #include <cstring>
 #include <limits>
 
+#include "base/hex_digit.h"
 #include "sim/common/address_text.h"
 #include "sim/common/scenario.h"
 #include "sim/common/scenario_policies.h"
@@ -122,13 +123,7 @@ bool ParseList(JsonChecker& check, const Json& v, const std::string& path, std::
 }
 
 std::optional<uint8_t> HexByte(char high, char low) {
-  auto digit = [](char c) -> int {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-  };
-  const int h = digit(high), l = digit(low);
+  const int h = HexDigitValue(high), l = HexDigitValue(low);
   if (h < 0 || l < 0) return std::nullopt;
   return static_cast<uint8_t>(h << 4 | l);
 }

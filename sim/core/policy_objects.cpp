@@ -27,17 +27,6 @@ bool HasFaultFor(const Scenario& scenario, std::initializer_list<std::string_vie
   return false;
 }
 
-// A fault given for exactly this item, qualified or not; the plain operation does not count.
-std::optional<Status> ItemFault(const Scenario& scenario, std::string_view interfaceName,
-                                std::string_view operation, const std::string& item) {
-  const std::string plain = std::string(operation) + ":" + item;
-  for (const std::string& key : {std::string(interfaceName) + "::" + plain, plain}) {
-    auto it = scenario.faults.find(key);
-    if (it != scenario.faults.end()) return it->second;
-  }
-  return std::nullopt;
-}
-
 class GuidList final : public SimObject<IGuidList, CoreState> {
  public:
   GuidList(std::shared_ptr<CoreState> state, std::vector<Guid> uids)
@@ -703,24 +692,13 @@ Status PolicyManager::GetExistingPolicyList(IGuidList** out, int32_t policyType)
   return Traced("GetExistingPolicyList", kStatusOk);
 }
 
-std::optional<Status> PolicyManager::FetchFault(const Scenario& scenario, const Guid& uid) {
-  if (scenario.faults.empty()) return std::nullopt;
-  const uint32_t fetch = ++fetches_[uid];
-  const std::string text = GuidText(uid);
-  if (auto fault = ItemFault(scenario, "IPolicyManager", "GetExistingPolicy",
-                             text + "#" + std::to_string(fetch))) {
-    return fault;
-  }
-  return Fault("GetExistingPolicy", text);
-}
-
 Status PolicyManager::FetchPolicy(IPolicy** out, const Guid* policyId) {
   if (out == nullptr) return kStatusInvalidArg;
   *out = nullptr;
   if (policyId == nullptr) return kStatusInvalidArg;
   const Scenario* scenario = state().GetScenario();
   if (scenario == nullptr) return kStatusBadScenario;
-  if (auto fault = FetchFault(*scenario, *policyId)) return *fault;
+  if (auto fault = Fault("GetExistingPolicy", GuidText(*policyId))) return *fault;
   const PolicyStore& store = scenario->policies;
   std::shared_ptr<const PolicyModel> model;
   if (store.generated && lastGenerated_ && lastGeneratedSet_ == *store.generated &&

@@ -58,20 +58,11 @@ class PolicyManager final : public SimObject<IPolicyManager, CoreState> {
 
  private:
   Status FetchPolicy(IPolicy** out, const Guid* policyId);
-  std::optional<Status> FetchFault(const Scenario& scenario, const Guid& uid);
   Status Delete(const Guid* policyId);
   Status Add(IPolicyBuilder* builder);
   template <class Builder, class Interface>
   Status HandOutBuilder(const char* operation, Interface** out);
 
-  /// How often each policy was fetched through this manager, counted while the scenario has
-  /// faults (a fault may name one fetch).
-  struct GuidLess {
-    bool operator()(const Guid& a, const Guid& b) const {
-      return std::memcmp(&a, &b, sizeof a) < 0;
-    }
-  };
-  std::map<Guid, uint32_t, GuidLess> fetches_;
   /// The generated policy built last: both walks of a listing fetch it, one after the other.
   std::shared_ptr<const PolicyModel> lastGenerated_;
   GeneratedPolicies lastGeneratedSet_;

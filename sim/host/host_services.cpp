@@ -92,9 +92,9 @@ bool ParseNetcfg(const Json& v, JsonChecker& check, DriverHost* host) {
         for (const char* n : kNetcfgResults) names += (names.empty() ? "" : ", ") + std::string(n);
         return check.Fail(path, "one of the known operations (" + names + ")");
       }
-      int32_t result = 0;
-      if (!check.Status(item.value(), path, &result)) return false;
-      host->netcfgResults[item.key()] = result;
+      FaultRules rules;
+      if (!ParseFaultRules(check, item.value(), path, &rules)) return false;
+      host->netcfgResults[item.key()] = std::move(rules);
     }
   }
   return true;

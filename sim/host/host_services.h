@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "sim/common/fault_rules.h"
 #include "sim/common/json_util.h"
 
 namespace nw::sim {
@@ -44,7 +45,7 @@ struct DriverHost {
   bool writeLockHeld = false;
   std::optional<std::wstring> writeLockHolder;
   /// Results the INetCfg operations give instead of their own ("INetCfg::Apply", ...).
-  std::map<std::string, int32_t> netcfgResults;
+  std::map<std::string, FaultRules> netcfgResults;
 
   /// Named mutexes that exist (names are case-sensitive, as Windows object names are).
   std::vector<std::wstring> mutexes;

@@ -205,9 +205,9 @@ bool Parse(const Json& doc, JsonChecker& check, HostState* host) {
         for (const char* k : kDriverHostFaults) names += ", " + std::string(k);
         return check.Fail(path, "one of the known faults (" + names + ")");
       }
-      int32_t status = 0;
-      if (!check.Status(item.value(), path, &status)) return false;
-      host->faults[item.key()] = status;
+      FaultRules rules;
+      if (!ParseFaultRules(check, item.value(), path, &rules)) return false;
+      host->faults[item.key()] = std::move(rules);
     }
   }
   return true;
@@ -304,10 +304,24 @@ void ResetHostStateForTesting() {
   loaded = false;
 }
 
+namespace {
+
+// The calls of one host operation are counted only while an entry names it.
+std::optional<int32_t> Hit(const std::map<std::string, FaultRules>& entries,
+                           const std::string& call, const char* counter) {
+  auto it = entries.find(call);
+  if (it == entries.end()) return std::nullopt;
+  return FaultForCall(it->second, ++State().calls[counter + call]);
+}
+
+}  // namespace
+
 std::optional<int32_t> HostFault(const std::string& call) {
-  auto it = State().faults.find(call);
-  if (it == State().faults.end()) return std::nullopt;
-  return it->second;
+  return Hit(State().faults, call, "fault:");
+}
+
+std::optional<int32_t> NetcfgResult(const std::string& operation) {
+  return Hit(State().drivers.netcfgResults, operation, "netcfg:");
 }
 
 bool SetHostRegistryValue(const std::wstring& keyPath, const RegistryValue& value,

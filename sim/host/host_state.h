@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "sim/common/fault_rules.h"
 #include "sim/common/json_util.h"
 #include "sim/host/host_clock.h"
 #include "sim/host/host_services.h"
@@ -43,7 +44,9 @@ struct HostState {
   /// When not empty, only files with one of these SHA-256 digests (lower-case hex) are trusted.
   std::vector<std::string> trustedSha256;
   /// Fault injection by facility call name ("RegOpenKeyEx", "WSAStartup", ...).
-  std::map<std::string, int32_t> faults;
+  std::map<std::string, FaultRules> faults;
+  /// How many calls each fault entry and each chosen network-configuration result has seen.
+  std::map<std::string, uint64_t> calls;
   /// A scripted clock in place of the host's own, when the file has one.
   std::optional<HostClock> clock;
   /// Services, network configuration, mutexes, OS version and self-protection.
@@ -67,8 +70,11 @@ void ResetHostStateForTesting();
 
 /// Upper-cases the ASCII letters only, as the registry and file system compare names.
 std::wstring UpperAscii(std::wstring_view text);
-/// The fault injected for a call, if any.
+/// The fault injected for this call of a facility call (counted from the first), if any.
 std::optional<int32_t> HostFault(const std::string& call);
+/// The result "netcfg.results" chooses for this call of a network-configuration operation, if
+/// any.
+std::optional<int32_t> NetcfgResult(const std::string& operation);
 /// Stores a registry value and writes the host file back atomically (when there is one).
 bool SetHostRegistryValue(const std::wstring& keyPath, const RegistryValue& value,
                           std::string* error);

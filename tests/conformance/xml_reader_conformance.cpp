@@ -29,18 +29,6 @@ using nw::conformance::DocumentPath;
 using nw::conformance::WriteDocument;
 using T = XmlNodeType;
 
-// XmlLite's results.
-constexpr Status kMxEInputEnd = static_cast<Status>(0xC00CEE01u);
-constexpr Status kWcEGreaterThan = static_cast<Status>(0xC00CEE23u);
-constexpr Status kWcEQuote = static_cast<Status>(0xC00CEE24u);
-constexpr Status kWcELessThan = static_cast<Status>(0xC00CEE26u);
-constexpr Status kWcESyntax = static_cast<Status>(0xC00CEE2Du);
-constexpr Status kWcEElementMatch = static_cast<Status>(0xC00CEE3Bu);
-constexpr Status kWcEUniqueAttribute = static_cast<Status>(0xC00CEE3Cu);
-constexpr Status kWcEUndeclaredEntity = static_cast<Status>(0xC00CEE47u);
-constexpr Status kWcECdSectEnd = static_cast<Status>(0xC00CEE4Du);
-constexpr Status kWcEDtdProhibited = static_cast<Status>(0xC00CEE4Fu);
-constexpr Status kNcEUndeclaredPrefix = static_cast<Status>(0xC00CEE65u);
 /// In a row's end: some failure, whichever. For input cut off inside a tag, where Wine's answer
 /// (NC_E_QNAMECHARACTER) is not the one Windows is known to give.
 constexpr Status kAnyFailure = static_cast<Status>(0x7FFFFFFF);

@@ -7,7 +7,6 @@
 
 #include "base/format.h"
 #include "cli/dispatcher.h"
-#include "cli/gated_dispatch.h"
 #include "sim/host/host_state.h"
 
 int main(int argc, char** argv) {
@@ -22,5 +21,5 @@ int main(int argc, char** argv) {
   std::vector<const wchar_t*> wideArgv;
   for (const auto& arg : args) wideArgv.push_back(arg.c_str());
   wideArgv.push_back(nullptr);
-  return nw::RunWithGateOpen(argc, wideArgv.data(), nw::RunGatedHandler);
+  return nw::RunWithGateOpen(argc, wideArgv.data());
 }

@@ -10,7 +10,6 @@
 
 #include "base/format.h"
 #include "cli/dispatcher.h"
-#include "cli/gated_dispatch.h"
 #include "platform/clock.h"
 #include "sim/common/json_util.h"
 #include "sim/host/host_clock.h"
@@ -50,5 +49,5 @@ int wmain(int argc, wchar_t** argv) {
     scripted.emplace(&*clock);
     nw::platform::Facility<nw::platform::Clock>::SetForTesting(&*scripted);
   }
-  return nw::RunWithGateOpen(argc, argv, nw::RunGatedHandler);
+  return nw::RunWithGateOpen(argc, argv);
 }

@@ -2,8 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <set>
 #include <string>
 #include <vector>
+
+#include "cli/console.h"
+#include "tests/unit/fake_platform.h"
+#include "tests/unit/printed.h"
 
 namespace nw {
 namespace {
@@ -63,7 +68,7 @@ const OptionCase kVocabulary[] = {
 
 TEST(ParseCommandLine, EveryOptionWithItsArgumentCount) {
   for (const OptionCase& c : kVocabulary) {
-    SCOPED_TRACE(testing::PrintToString(std::wstring(c.option)));
+    SCOPED_TRACE(::testing::PrintToString(std::wstring(c.option)));
     const bool alone = c.values == 0;
     const bool one = c.values != 0;
     const bool several = c.values == -1;
@@ -121,6 +126,42 @@ TEST(ParseCommandLine, NoOptionOrNullOption) {
   EXPECT_EQ(ParseCommandLine(0, programOnly), kUsageCode);
   const wchar_t* nullOption[] = {L"netwarden", nullptr, nullptr};
   EXPECT_EQ(ParseCommandLine(2, nullOption), kUsageCode);
+}
+
+// The gate: every code the parser recognises but this build does not serve ends in the usage and
+// -1, and the core's library is never looked for.
+TEST(RunNetwarden, RefusesEveryGatedCodeWithoutTouchingTheCore) {
+  std::vector<std::vector<const wchar_t*>> refused;
+  for (const OptionCase& c : kVocabulary) {
+    if (c.code < kFirstRefusedCode) continue;
+    refused.push_back({c.option});
+    if (c.values != 0) refused.back().push_back(L"1");
+  }
+  for (const wchar_t* option : {L"-statetablesize", L"-StartPerf", L"-StopPerf", L"-GetPerfData"}) {
+    refused.push_back({option});
+  }
+  refused.push_back({L"-GetPerfData", L"-csv"});
+
+  const std::string usage = testing::Printed([] { PrintUsage(); });
+  std::set<CommandCode> codes;
+  for (std::vector<const wchar_t*>& args : refused) {
+    args.insert(args.begin(), L"netwarden");
+    args.push_back(nullptr);
+    const int argc = static_cast<int>(args.size()) - 1;
+    codes.insert(ParseCommandLine(argc, args.data()));
+    SCOPED_TRACE(::testing::PrintToString(std::wstring(args[1])));
+    testing::FakePlatform fake;
+    LastStatus = 0;
+    int32_t status = 0;
+    EXPECT_EQ(testing::Printed([&] { status = RunNetwarden(argc, args.data()); }),
+              usage + "\nReturning error: 0xFFFFFFFF\n");
+    EXPECT_EQ(status, -1);
+    EXPECT_TRUE(fake.libraries.ProductLoads().empty());
+  }
+  LastStatus = 0;
+  std::set<CommandCode> all;
+  for (CommandCode code = kFirstRefusedCode; code < kUsageCode; ++code) all.insert(code);
+  EXPECT_EQ(codes, all);
 }
 
 }  // namespace

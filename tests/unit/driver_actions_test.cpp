@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/handlers.h"
 #include "drivers/service_control.h"
 #include "tests/unit/fake_driver_host.h"
 

@@ -380,7 +380,7 @@ INSTANTIATE_TEST_SUITE_P(
 struct HardeningCase {
   const char* setDefault;
   bool preloads;
-  uint32_t flagsAfter;        // LibraryLoadFlags once the run is hardened
+  uint32_t flagsAfter;        // platform::LibraryLoadFlags once the run is hardened
   const wchar_t* loadPrefix;  // what stands before each preloaded name
   uint32_t loadFlags;
 };
@@ -396,7 +396,7 @@ TEST_P(Hardening, RestrictsTheSearchOrPreloadsFromTheSystemDirectory) {
   }
   ResetLoaderStateForTesting();
   platform::ModuleHandle* preloaded = HardenLibrarySearch();
-  EXPECT_EQ(LibraryLoadFlags, c.flagsAfter);
+  EXPECT_EQ(platform::LibraryLoadFlags, c.flagsAfter);
   if (!c.preloads) {
     EXPECT_EQ(fake.libraries.setDefaultDllDirectoriesFlags, 0x800u);
     EXPECT_EQ(preloaded, nullptr);
@@ -438,10 +438,10 @@ TEST(LoadSystemLibrary, AbsoluteOrShortNamesAreLoadedAsGiven) {
   FakePlatform fake;
   fake.libraries.setDefaultDllDirectories = "missing";
   ResetLoaderStateForTesting();
-  LoadSystemLibrary(L"D:\\x\\a.dll");
-  LoadSystemLibrary(L"\\\\server\\a.dll");
-  LoadSystemLibrary(L"ab");
-  LoadSystemLibrary(L"abc.dll");
+  platform::LoadSystemLibrary(L"D:\\x\\a.dll");
+  platform::LoadSystemLibrary(L"\\\\server\\a.dll");
+  platform::LoadSystemLibrary(L"ab");
+  platform::LoadSystemLibrary(L"abc.dll");
   ASSERT_EQ(fake.libraries.loads.size(), 4u);
   EXPECT_EQ(fake.libraries.loads[0].path, L"D:\\x\\a.dll");
   EXPECT_EQ(fake.libraries.loads[1].path, L"\\\\server\\a.dll");
@@ -463,7 +463,7 @@ TEST(LoadSystemLibrary, PathMustFitTwoHundredSixtyCharacters) {
     FakePlatform fake;
     fake.libraries.setDefaultDllDirectories = "missing";
     fake.libraries.systemDirectory = L"C:\\" + std::wstring(c.directoryChars - 3, L's');
-    LoadSystemLibrary(L"abc");
+    platform::LoadSystemLibrary(L"abc");
     if (c.loads) {
       ASSERT_EQ(fake.libraries.loads.size(), 1u);
       EXPECT_EQ(fake.libraries.loads[0].path, fake.libraries.systemDirectory + L"\\abc");
@@ -476,7 +476,7 @@ TEST(LoadSystemLibrary, PathMustFitTwoHundredSixtyCharacters) {
 TEST(LoadSystemLibrary, WithRestrictedSearchTheBareNameIsLoaded) {
   FakePlatform fake;
   ResetLoaderStateForTesting();
-  LoadSystemLibrary(L"wintrust.dll");
+  platform::LoadSystemLibrary(L"wintrust.dll");
   ASSERT_EQ(fake.libraries.loads.size(), 1u);
   EXPECT_EQ(fake.libraries.loads[0].path, L"wintrust.dll");
   EXPECT_EQ(fake.libraries.loads[0].flags, 0x800u);

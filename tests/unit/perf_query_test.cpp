@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "cli/console.h"
-#include "cli/gated_dispatch.h"
 #include "cli/handlers.h"
 #include "core/interfaces.h"
 #include "tables/perf_profiling.h"
@@ -397,20 +396,6 @@ INSTANTIATE_TEST_SUITE_P(
       for (auto& ch : name) ch = std::isalnum(static_cast<unsigned char>(ch)) ? ch : '_';
       return name;
     });
-
-TEST(GatedDispatch, RefusedCodesWithoutAHandlerSaySoAndFail) {
-  for (CommandCode code : {18, 25, 36, 45}) {
-    SCOPED_TRACE(code);
-    LastStatus = 0;
-    ::testing::internal::CaptureStdout();
-    RunGatedHandler(code, nullptr, 2, nullptr);
-    std::fflush(stdout);
-    EXPECT_EQ(::testing::internal::GetCapturedStdout(),
-              "    Command " + std::to_string(code) + " has no handler in this build.\n");
-    EXPECT_EQ(LastStatus, kStatusNotImplemented);
-  }
-  LastStatus = 0;
-}
 
 }  // namespace
 }  // namespace nw

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "cli/console.h"
+#include "cli/handlers.h"
 #include "policy/names.h"
 #include "sim/common/scenario.h"
 #include "sim/core/blacklist_objects.h"

@@ -494,7 +494,7 @@ TEST(SimPolicyManagerTest, ListsInStoreOrderByTypeWithFaultsPerType) {
   EXPECT_EQ(status, 0);
 }
 
-TEST(SimPolicyManagerTest, FetchFaultsByPolicyAndByFetch) {
+TEST(SimPolicyManagerTest, FetchFaultsByPolicyAndByCall) {
   const struct {
     Json faults;
     std::vector<Status> p1, p2;  // three fetches each
@@ -502,10 +502,13 @@ TEST(SimPolicyManagerTest, FetchFaultsByPolicyAndByFetch) {
       {Json::object(), {0, 0, 0}, {0, 0, 0}},
       {{{"GetExistingPolicy", 4}}, {4, 4, 4}, {4, 4, 4}},
       {{{"GetExistingPolicy:" + std::string(kP1), 5}}, {5, 5, 5}, {0, 0, 0}},
-      {{{"GetExistingPolicy:" + std::string(kP1) + "#2", 6}}, {0, 6, 0}, {0, 0, 0}},
-      {{{"IPolicyManager::GetExistingPolicy:" + std::string(kP2) + "#1", 7},
-        {"GetExistingPolicy:" + std::string(kP2), 8}},
-       {0, 0, 0},
+      {{{"GetExistingPolicy:" + std::string(kP1), {{"call", 2}, {"status", 6}}}},
+       {0, 6, 0},
+       {0, 0, 0}},
+      // Each entry counts the calls it names: the plain one sees all six fetches.
+      {{{"IPolicyManager::GetExistingPolicy:" + std::string(kP2), {{"call", 1}, {"status", 7}}},
+        {"GetExistingPolicy", {{"from", 3}, {"status", 8}}}},
+       {0, 0, 8},
        {7, 8, 8}},
   };
   for (const auto& c : cases) {
@@ -704,9 +707,7 @@ TEST(SimPolicyStoreTest, FaultItemsAreChecked) {
     bool ok;
   } cases[] = {
       {"GetExistingPolicy:" + uid, true},
-      {"GetExistingPolicy:" + uid + "#2", true},
-      {"GetExistingPolicy:" + uid + "#0", false},
-      {"GetExistingPolicy:" + uid + "#", false},
+      {"GetExistingPolicy:" + uid + "#2", false},
       {"GetExistingPolicy:nope", false},
       {"GetExistingPolicyList:4", true},
       {"GetExistingPolicyList:04", false},

@@ -103,9 +103,9 @@ TEST(ScenarioTest, RejectsBadDocumentsNamingFilePathAndWhatWasExpected) {
       kTermGetters +
       "; any of them as <interface>::<operation>; SendControlRequest as <operation>:<code>; "
       "GetAddress as <operation>:<index>; QueryProcessInfo as <operation>:<pid>; "
-      "GetExistingPolicyList as <operation>:<policy type>; DeletePolicy, SetIterationMode, "
-      "EnterAggregateMatch, LeaveAggregateMatch, AdvanceIteration as <operation>:<policy uid>; "
-      "GetExistingPolicy as <operation>:<policy uid>[#<fetch>]; " +
+      "GetExistingPolicyList as <operation>:<policy type>; "
+      "GetExistingPolicy, DeletePolicy, SetIterationMode, EnterAggregateMatch, "
+      "LeaveAggregateMatch, AdvanceIteration as <operation>:<policy uid>; " +
       kTermGetters + " as <operation>:<policy uid>/<rule or aggregate uid>/<match>/<term>)";
   const struct {
     const char* text;
@@ -142,6 +142,22 @@ TEST(ScenarioTest, RejectsBadDocumentsNamingFilePathAndWhatWasExpected) {
       {R"({"faults": {"Register": 4294967296}})", "/faults/Register: " + status},
       {R"({"faults": {"Register": -2147483649}})", "/faults/Register: " + status},
       {R"({"faults": {"Register": 1.5}})", "/faults/Register: " + status},
+      {R"({"faults": {"Register": {"status": 5}}})",
+       "/faults/Register: expected either \"call\" (one call) or \"from\" (that call and every "
+       "later one)"},
+      {R"({"faults": {"Register": {"status": 5, "call": 1, "from": 2}}})",
+       "/faults/Register: expected either \"call\" (one call) or \"from\" (that call and every "
+       "later one)"},
+      {R"({"faults": {"Register": {"call": 2}}})", "/faults/Register/status: expected a status"},
+      {R"({"faults": {"Register": {"status": 5, "call": 0}}})",
+       "/faults/Register/call: expected a call number from 1"},
+      {R"({"faults": {"Register": {"status": 5, "from": -1}}})",
+       "/faults/Register/from: expected an integer from 0 to 18446744073709551615"},
+      {R"({"faults": {"Register": {"status": 5, "call": 2, "after": 1}}})",
+       "/faults/Register/after: expected one of the known fields (status, call, from)"},
+      {R"({"faults": {"Register": []}})", "/faults/Register: expected at least one rule"},
+      {R"({"faults": {"Register": [5]}})",
+       "/faults/Register/0: expected a status, or {\"status\", \"call\" or \"from\"}"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.text);
@@ -189,29 +205,49 @@ TEST(ScenarioTest, StatusesReadAsIntegersOrHexText) {
         ParseScenario(Json::parse(std::string(R"({"faults": {"Register": )") + c.value + "}}"),
                       "test", &parsed, &error))
         << error;
-    EXPECT_EQ(FindFault(parsed, "Register"), c.expected);
+    FaultCalls calls;
+    EXPECT_EQ(FindFault(parsed, &calls, "Register"), c.expected);
   }
 }
 
-TEST(ScenarioTest, ItemFaultWinsOverThePlainOne) {
+// Each entry counts the calls it names; of the entries that hit their count, the most
+// particular decides.
+TEST(ScenarioTest, FaultEntriesHitTheirCalls) {
+  using Calls = std::vector<std::pair<const char*, std::optional<Status>>>;  // item, result
   const struct {
     const char* faults;
-    const char* item;
-    std::optional<Status> expected;
+    Calls calls;
   } cases[] = {
-      {R"({"SendControlRequest": 31, "SendControlRequest:68": 7})", "68", 7},
-      {R"({"SendControlRequest": 31, "SendControlRequest:68": 7})", "69", 31},
-      {R"({"SendControlRequest": 31, "SendControlRequest:68": 7})", "", 31},
-      {R"({"SendControlRequest:68": 7})", "69", std::nullopt},
-      {R"({"Register": 7})", "68", std::nullopt},
+      {R"({"SendControlRequest": 31, "SendControlRequest:68": 7})",
+       {{"68", 7}, {"69", 31}, {"", 31}}},
+      {R"({"SendControlRequest:68": 7})", {{"69", std::nullopt}, {"68", 7}}},
+      {R"({"Register": 7})", {{"68", std::nullopt}}},
+      {R"({"SendControlRequest": {"call": 2, "status": 31}})",
+       {{"63", std::nullopt}, {"64", 31}, {"63", std::nullopt}}},
+      {R"({"SendControlRequest": {"from": 2, "status": 31}})",
+       {{"63", std::nullopt}, {"64", 31}, {"65", 31}}},
+      {R"({"SendControlRequest": [{"call": 1, "status": 5}, {"from": 3, "status": 6}]})",
+       {{"63", 5}, {"63", std::nullopt}, {"63", 6}, {"63", 6}}},
+      // The item's entry counts request 65 only; the plain one counts every request.
+      {R"({"SendControlRequest:65": {"call": 2, "status": 7}, "SendControlRequest": 31})",
+       {{"65", 31}, {"64", 31}, {"65", 7}}},
+      {R"({"SendControlRequest:65": {"call": 2, "status": 7},
+           "SendControlRequest": {"call": 2, "status": 31}})",
+       {{"65", std::nullopt}, {"65", 7}, {"65", std::nullopt}}},
+      {R"({"IDriverLink::SendControlRequest": {"call": 1, "status": 8}})",
+       {{"65", 8}, {"65", std::nullopt}}},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(std::string(c.faults) + " item " + c.item);
+    SCOPED_TRACE(c.faults);
     Scenario parsed;
     std::string error;
     ASSERT_TRUE(ParseScenario(Json{{"faults", Json::parse(c.faults)}}, "test", &parsed, &error))
         << error;
-    EXPECT_EQ(FindFault(parsed, "SendControlRequest", c.item), c.expected);
+    FaultCalls calls;
+    for (const auto& [item, expected] : c.calls) {
+      SCOPED_TRACE(item);
+      EXPECT_EQ(FindFault(parsed, &calls, "IDriverLink::SendControlRequest", item), expected);
+    }
   }
 }
 

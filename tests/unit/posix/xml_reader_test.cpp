@@ -15,16 +15,16 @@
 #include <string>
 
 #include "platform/posix/paths_posix.h"
+#include "platform/system_library.h"
 #include "sim/host/host_state.h"
 
 namespace nw {
 namespace {
 
+using platform::kWcEDtdProhibited;
 using platform::XmlNodeType;
 using platform::XmlOpenStep;
 using platform::XmlReader;
-
-constexpr Status kWcEDtdProhibited = static_cast<Status>(0xC00CEE4Fu);
 
 class TempDir {
  public:
@@ -97,8 +97,14 @@ TEST(XmlReaderOpen, HostDecidesWhetherXmlLiteExistsAndWhatPathsName) {
        R"({"systemLibraries": ["XmlLite.DLL"]})",
        inDir + L"\\doc.xml",
        {true, XmlOpenStep::kNone, 0}},
-      {"no system directory to load it from",
+      // With the search restricted the bare name is enough; without it the system directory
+      // must be named, and nothing else is tried.
+      {"no system directory, search restricted",
        R"({"faults": {"GetSystemDirectory": 1}})",
+       inDir + L"\\doc.xml",
+       {true, XmlOpenStep::kNone, 0}},
+      {"no system directory to load it from",
+       R"({"setDefaultDllDirectories": "missing", "faults": {"GetSystemDirectory": 1}})",
        inDir + L"\\doc.xml",
        {false, XmlOpenStep::kLoadLibrary, 126}},
       {"hardening unavailable: still the system directory's copy",
@@ -123,6 +129,7 @@ TEST(XmlReaderOpen, HostDecidesWhetherXmlLiteExistsAndWhatPathsName) {
     SCOPED_TRACE(c.name);
     Host host(dir, c.host);
     ASSERT_TRUE(host.ok());
+    platform::ResetSystemLibraryStateForTesting();  // a new process on this host
     const OpenResult result = Open(c.path.c_str());
     EXPECT_EQ(result.opened, c.expected.opened);
     EXPECT_EQ(result.step, c.expected.step);

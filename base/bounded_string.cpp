@@ -1,4 +1,4 @@
-#include "cli/bounded_string.h"
+#include "base/bounded_string.h"
 
 #include <cstdarg>
 #include <string>
