@@ -241,20 +241,31 @@ bool JsonChecker::Unsigned(const Json& v, const std::string& path, uint64_t max,
   return true;
 }
 
-bool JsonChecker::Status(const Json& v, const std::string& path, int32_t* out) {
-  const char* expected = "a status (an integer, or a text \"0x\" and up to 8 hex digits)";
-  if (v.is_number_integer()) {
-    if (v.is_number_unsigned()) {
-      uint64_t u = v.get<uint64_t>();
-      if (u > std::numeric_limits<uint32_t>::max()) return Fail(path, expected);
-      *out = static_cast<int32_t>(static_cast<uint32_t>(u));
-      return true;
-    }
-    int64_t s = v.get<int64_t>();
-    if (s < std::numeric_limits<int32_t>::min()) return Fail(path, expected);
-    *out = static_cast<int32_t>(s);
+namespace {
+
+bool Integer32(const Json& v, int32_t* out) {
+  if (v.is_number_unsigned()) {
+    const uint64_t u = v.get<uint64_t>();
+    if (u > std::numeric_limits<uint32_t>::max()) return false;
+    *out = static_cast<int32_t>(static_cast<uint32_t>(u));
     return true;
   }
+  if (!v.is_number_integer() || v.get<int64_t>() < std::numeric_limits<int32_t>::min()) {
+    return false;
+  }
+  *out = static_cast<int32_t>(v.get<int64_t>());
+  return true;
+}
+
+}  // namespace
+
+bool JsonChecker::Any32(const Json& v, const std::string& path, int32_t* out) {
+  return Integer32(v, out) || Fail(path, "an integer from -2147483648 to 4294967295");
+}
+
+bool JsonChecker::Status(const Json& v, const std::string& path, int32_t* out) {
+  const char* expected = "a status (an integer, or a text \"0x\" and up to 8 hex digits)";
+  if (v.is_number_integer()) return Integer32(v, out) || Fail(path, expected);
   if (!v.is_string()) return Fail(path, expected);
   const std::string text = v.get<std::string>();
   if (text.size() < 3 || text.size() > 10 || text[0] != '0' || (text[1] != 'x' && text[1] != 'X')) {

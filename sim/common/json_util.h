@@ -62,8 +62,10 @@ class JsonChecker {
   bool Bool(const Json& v, const std::string& path, bool* out);
   /// An unsigned integer no larger than max.
   bool Unsigned(const Json& v, const std::string& path, uint64_t max, uint64_t* out);
-  /// A 32-bit status: an integer from -2147483648 to 4294967295, or a text "0x" followed by
-  /// one to eight hexadecimal digits.
+  /// Any 32 bits: an integer from -2147483648 to 4294967295, a value above 2147483647 read as
+  /// the negative number of the same bits.
+  bool Any32(const Json& v, const std::string& path, int32_t* out);
+  /// A 32-bit status: as Any32, or a text "0x" followed by one to eight hexadecimal digits.
   bool Status(const Json& v, const std::string& path, int32_t* out);
 
  private:

@@ -78,9 +78,10 @@ Status LibraryState::UpdateScenario(const std::function<void(Scenario&)>& change
   return kStatusSaveFailed;
 }
 
-DebugOptions LibraryState::Debug() {
+const DebugOptions& LibraryState::Debug() {
+  static const DebugOptions kDefaults;
   const Scenario* scenario = GetScenario();
-  return scenario != nullptr ? scenario->debug : DebugOptions();
+  return scenario != nullptr ? scenario->debug : kDefaults;
 }
 
 std::optional<Status> LibraryState::Fault(std::string_view operation, std::string_view item) {
@@ -117,6 +118,22 @@ void LibraryState::TraceCall(std::string_view call, Status status) {
 void LibraryState::TraceRelease(const char* interfaceName, uint32_t refs) {
   if (!Debug().trace) return;
   Print(L"%hs::Release -> %u\n", interfaceName, refs);
+}
+
+bool LibraryState::TracesCalls(std::string_view interfaceName) {
+  const DebugOptions& debug = Debug();
+  if (!debug.calls) return false;
+  if (debug.callInterfaces.empty()) return true;
+  for (const std::string& name : debug.callInterfaces) {
+    if (name == interfaceName) return true;
+  }
+  return false;
+}
+
+void LibraryState::TraceCallLine(std::string_view interfaceName, std::string_view operation,
+                                 const std::string& arguments) {
+  const std::string call = std::string(interfaceName) + "::" + std::string(operation);
+  Print(L"call %hs(%hs)\n", call.c_str(), arguments.c_str());
 }
 
 uint64_t LibraryState::Track(const char* interfaceName, const std::atomic<uint32_t>* refs) {

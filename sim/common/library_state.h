@@ -59,7 +59,7 @@ class LibraryState {
   /// "<prefix>: bad scenario: <reason>".
   const Scenario* GetScenario(std::string* error = nullptr);
   /// The scenario's debug options, or the defaults when it could not be read.
-  DebugOptions Debug();
+  const DebugOptions& Debug();
   /// Changes the scenario and saves it: change edits a copy (its parsed fields and its document
   /// alike), which is written atomically to the file the scenario came from (the default
   /// state file for the built-in one) and only then becomes the scenario. Returns 0, or
@@ -78,6 +78,11 @@ class LibraryState {
   Status TraceGetInterface(const char* interfaceName, Status status);
   /// With tracing on: "<prefix>: <interfaceName>::Release -> <refs in decimal>".
   void TraceRelease(const char* interfaceName, uint32_t refs);
+  /// Whether the calls of interfaceName's operations are traced (debug.calls).
+  bool TracesCalls(std::string_view interfaceName);
+  /// "<prefix>: call <interfaceName>::<operation>(<arguments>)" (see CallTracer).
+  void TraceCallLine(std::string_view interfaceName, std::string_view operation,
+                     const std::string& arguments);
 
   /// Records a new object (see ObjectRegistry) and keeps the library loaded while it lives.
   uint64_t Track(const char* interfaceName, const std::atomic<uint32_t>* refs);

@@ -204,10 +204,31 @@ bool ParseService(JsonChecker& check, const Json& v, const std::string& path, Sc
          OptionalBool(check, v, path, "running", &s->service.running);
 }
 
+// "calls": true, false, or the names of the interfaces whose calls are traced.
+bool ParseCalls(JsonChecker& check, const Json& v, const std::string& path, DebugOptions* debug) {
+  if (v.is_boolean()) {
+    debug->calls = v.get<bool>();
+    return true;
+  }
+  const char* expected = "true, false or a list of interface names (\"IProcessInfo\", ...)";
+  if (!v.is_array() || v.empty()) return check.Fail(path, expected);
+  for (size_t i = 0; i < v.size(); ++i) {
+    std::string name;
+    if (!v[i].is_string() || (name = v[i].get<std::string>()).empty() || name[0] != 'I') {
+      return check.Fail(JsonPath(path, i), "an interface name (\"IProcessInfo\", ...)");
+    }
+    debug->callInterfaces.push_back(std::move(name));
+  }
+  debug->calls = true;
+  return true;
+}
+
 bool ParseDebug(JsonChecker& check, const Json& v, const std::string& path, Scenario* s) {
-  return check.Object(v, path, {"trace", "reportLeaks"}) &&
+  return check.Object(v, path, {"trace", "reportLeaks", "calls"}) &&
          OptionalBool(check, v, path, "trace", &s->debug.trace) &&
-         OptionalBool(check, v, path, "reportLeaks", &s->debug.reportLeaks);
+         OptionalBool(check, v, path, "reportLeaks", &s->debug.reportLeaks) &&
+         (!v.contains("calls") ||
+          ParseCalls(check, v["calls"], JsonPath(path, "calls"), &s->debug));
 }
 
 bool ParseDriverLink(JsonChecker& check, const Json& v, const std::string& path, Scenario* s) {

@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "sim/common/fault_rules.h"
 #include "sim/common/json_util.h"
@@ -33,6 +34,10 @@ struct DebugOptions {
   bool trace = false;
   /// One debugger-output line per object still referenced when the library is told to unload.
   bool reportLeaks = true;
+  /// One debugger-output line per call of an operation, before it runs, with its arguments:
+  /// of every interface, or of those named in callInterfaces when it is not empty.
+  bool calls = false;
+  std::vector<std::string> callInterfaces;
 };
 
 struct DriverLinkState {

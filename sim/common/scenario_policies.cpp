@@ -9,83 +9,12 @@
 #include "base/format.h"
 #include "base/hex_digit.h"
 #include "core/policy_values.h"
+#include "sim/common/address_text.h"
 
 namespace nw::sim {
 namespace {
 
 // ---- Identifiers and addresses as text ---------------------------------------------------
-
-bool ParseIpv4(std::string_view text, IpAddress* out) {
-  IpAddress address{};
-  address.version = 4;
-  size_t at = 0;
-  for (int octet = 0; octet < 4; ++octet) {
-    if (octet != 0) {
-      if (at >= text.size() || text[at] != '.') return false;
-      ++at;
-    }
-    size_t digits = 0;
-    unsigned value = 0;
-    while (at < text.size() && text[at] >= '0' && text[at] <= '9' && digits < 3) {
-      value = value * 10 + static_cast<unsigned>(text[at] - '0');
-      ++at;
-      ++digits;
-    }
-    if (digits == 0 || value > 255) return false;
-    address.bytes[octet] = static_cast<uint8_t>(value);
-  }
-  if (at != text.size()) return false;
-  *out = address;
-  return true;
-}
-
-// Groups of one to four hex digits, with at most one "::" standing for the zero groups.
-bool ParseIpv6(std::string_view text, IpAddress* out) {
-  std::array<uint16_t, 8> head{}, tail{};
-  size_t heads = 0, tails = 0;
-  bool compressed = false;
-  size_t at = 0;
-  if (text.substr(0, 2) == "::") {
-    compressed = true;
-    at = 2;
-  }
-  while (at < text.size()) {
-    unsigned value = 0;
-    size_t digits = 0;
-    while (at < text.size() && HexDigitValue(text[at]) >= 0 && digits < 4) {
-      value = value * 16 + static_cast<unsigned>(HexDigitValue(text[at]));
-      ++at;
-      ++digits;
-    }
-    if (digits == 0) return false;
-    if (heads + tails == 8) return false;
-    (compressed ? tail[tails++] : head[heads++]) = static_cast<uint16_t>(value);
-    if (at == text.size()) break;
-    if (text[at] != ':') return false;
-    ++at;
-    if (at < text.size() && text[at] == ':') {
-      if (compressed) return false;
-      compressed = true;
-      ++at;
-    } else if (at == text.size()) {
-      return false;  // a lone trailing ":"
-    }
-  }
-  if (compressed ? heads + tails > 7 : heads != 8) return false;
-  IpAddress address{};
-  address.version = 6;
-  for (size_t i = 0; i < heads; ++i) {
-    address.bytes[2 * i] = static_cast<uint8_t>(head[i] >> 8);
-    address.bytes[2 * i + 1] = static_cast<uint8_t>(head[i]);
-  }
-  for (size_t i = 0; i < tails; ++i) {
-    const size_t group = 8 - tails + i;
-    address.bytes[2 * group] = static_cast<uint8_t>(tail[i] >> 8);
-    address.bytes[2 * group + 1] = static_cast<uint8_t>(tail[i]);
-  }
-  *out = address;
-  return true;
-}
 
 bool IsPlainIpv4(const IpAddress& a) {
   return a.version == 4 && std::all_of(a.bytes + 4, a.bytes + 16, [](uint8_t b) { return b == 0; });
@@ -96,16 +25,6 @@ bool IsPlainIpv4(const IpAddress& a) {
 const Json* Find(const Json& object, const char* key) {
   auto it = object.find(key);
   return it == object.end() ? nullptr : &*it;
-}
-
-bool Signed32(JsonChecker& check, const Json& v, const std::string& path, int32_t* out) {
-  if (!v.is_number_integer() ||
-      (v.is_number_unsigned() ? v.get<uint64_t>() > std::numeric_limits<int32_t>::max()
-                              : v.get<int64_t>() < std::numeric_limits<int32_t>::min())) {
-    return check.Fail(path, "an integer from -2147483648 to 2147483647");
-  }
-  *out = static_cast<int32_t>(v.get<int64_t>());
-  return true;
 }
 
 bool Signed64(JsonChecker& check, const Json& v, const std::string& path, int64_t* out) {
@@ -136,7 +55,7 @@ bool OptionalField(JsonChecker& check, const Json& object, const std::string& pa
   } else if constexpr (std::is_same_v<T, std::wstring>) {
     return check.WideString(*v, at, out);
   } else if constexpr (std::is_same_v<T, int32_t>) {
-    return Signed32(check, *v, at, out);
+    return check.Any32(*v, at, out);
   } else if constexpr (std::is_same_v<T, int64_t>) {
     return Signed64(check, *v, at, out);
   } else {
@@ -164,7 +83,7 @@ bool UidField(JsonChecker& check, const Json& object, const std::string& path, c
 bool AddressValue(JsonChecker& check, const Json& v, const std::string& path, IpAddress* out) {
   if (v.is_string()) {
     const std::string text = v.get<std::string>();
-    if (ParseIpv4(text, out) || ParseIpv6(text, out)) return true;
+    if (ParseAddressText(text, out)) return true;
   } else if (v.is_object() && v.contains("bytes") && v.contains("version") && v.size() == 2 &&
              v["bytes"].is_array() && v["bytes"].size() == 16) {
     IpAddress address{};
@@ -276,7 +195,7 @@ bool ParseTerm(JsonChecker& check, const Json& v, const std::string& path, TermM
              return UnsignedAs(check, j, p, &term.prefix.emplace());
            }) &&
       take("addressKind", [&](const Json& j, const std::string& p) {
-        return Signed32(check, j, p, &term.addressKind.emplace());
+        return check.Any32(j, p, &term.addressKind.emplace());
       });
   if (!ok) return false;
   // The reported count and length go with the value they describe.

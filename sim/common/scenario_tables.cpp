@@ -178,12 +178,27 @@ bool ParseGateway(JsonChecker& check, const Json& v, const std::string& path,
          ReadHardwareAddress(check, v, path, "physicalAddress", &out->physicalAddress);
 }
 
+// Scripted answers of a count getter.
+bool ParseCounts(JsonChecker& check, const Json& v, const std::string& path,
+                 std::vector<uint64_t>* out) {
+  return ParseList(
+      check, v, path, out, [&](const Json& item, const std::string& itemPath, uint64_t* count) {
+        return check.Unsigned(item, itemPath, std::numeric_limits<uint64_t>::max(), count);
+      });
+}
+
 bool ParseAdapter(JsonChecker& check, const Json& v, const std::string& path,
                   AdapterScenario* out) {
   const Fields fields = {"name",           "description",    "dnsSuffix",        "physicalAddress",
                          "physicalMedium", "interfaceIndex", "interfaceIndexV6", "ipAddresses",
                          "gateways",       "dhcpEnabled",    "dhcpServer",       "dnsServers",
-                         "haveWins",       "primaryWins",    "secondaryWins"};
+                         "haveWins",       "primaryWins",    "secondaryWins",    "ipAddressCounts",
+                         "gatewayCounts",  "dnsServerCounts"};
+  auto counts = [&](const char* key, std::vector<uint64_t>* items) {
+    return Optional(v, path, key, [&](const Json& value, const std::string& at) {
+      return ParseCounts(check, value, at, items);
+    });
+  };
   auto list = [&](const char* key, auto* items, auto parseItem) {
     return Optional(v, path, key, [&](const Json& value, const std::string& at) {
       return ParseList(check, value, at, items, parseItem);
@@ -212,7 +227,10 @@ bool ParseAdapter(JsonChecker& check, const Json& v, const std::string& path,
               }) &&
          ReadBool(check, v, path, "haveWins", &out->haveWins) &&
          ReadAddress(check, v, path, "primaryWins", &out->primaryWins) &&
-         ReadAddress(check, v, path, "secondaryWins", &out->secondaryWins);
+         ReadAddress(check, v, path, "secondaryWins", &out->secondaryWins) &&
+         counts("ipAddressCounts", &out->ipAddressCounts) &&
+         counts("gatewayCounts", &out->gatewayCounts) &&
+         counts("dnsServerCounts", &out->dnsServerCounts);
 }
 
 // The port fields of an entry: the port number, stored as the core stores it for protocol.
@@ -293,11 +311,7 @@ bool ParseTable(JsonChecker& check, const Json& v, const std::string& path,
                         &out->generated.seed);
   };
   auto counts = [&](const Json& value, const std::string& at) {
-    return ParseList(check, value, at, &out->counts,
-                     [&](const Json& item, const std::string& itemPath, uint64_t* count) {
-                       return check.Unsigned(item, itemPath, std::numeric_limits<uint64_t>::max(),
-                                             count);
-                     });
+    return ParseCounts(check, value, at, &out->counts);
   };
   return Optional(v, path, "entries", entries) && Optional(v, path, "generate", generate) &&
          Optional(v, path, "counts", counts);
@@ -359,7 +373,10 @@ bool ParseProcesses(JsonChecker& check, const Json& v, const std::string& path, 
 bool ParseBlacklist(JsonChecker& check, const Json& v, const std::string& path, Scenario* s) {
   BlacklistScenario& blacklist = s->tables.blacklist;
   return check.Object(v, path, {"logOption", "entries", "generate", "counts"}) &&
-         ReadSigned(check, v, path, "logOption", &blacklist.logOption) &&
+         Optional(v, path, "logOption",
+                  [&](const Json& value, const std::string& at) {
+                    return check.Any32(value, at, &blacklist.logOption);
+                  }) &&
          ParseTable(check, v, path, static_cast<TableScenario<BlacklistRange>*>(&blacklist),
                     ParseBlacklistRange);
 }

@@ -45,6 +45,11 @@ struct AdapterScenario {
   bool haveWins = false;
   IpAddress primaryWins{};
   IpAddress secondaryWins{};
+  /// What GetIpAddressCount, GetGatewayCount and GetDnsServerCount answer, one a call, the last
+  /// repeating; empty: the number of entries. A count past the list reads cleared records.
+  std::vector<uint64_t> ipAddressCounts;
+  std::vector<uint64_t> gatewayCounts;
+  std::vector<uint64_t> dnsServerCounts;
 };
 
 /// One connection of the state table. Ports are kept as the core stores them: in network byte

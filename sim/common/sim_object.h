@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "core/status.h"
+#include "sim/common/call_trace.h"
 #include "sim/common/library_state.h"
 
 namespace nw::sim {
@@ -24,9 +25,10 @@ class SimObject : public Interface {
   SimObject(const SimObject&) = delete;
   SimObject& operator=(const SimObject&) = delete;
 
-  Status Unused0() override { return Traced("Unused0", kStatusNotImplemented); }
+  Status Unused0() override { return Unused("Unused0"); }
 
   uint32_t Release() override {
+    Call("Release");
     const uint32_t refs = refs_.fetch_sub(1, std::memory_order_acq_rel) - 1;
     state_->TraceRelease(name_, refs);
     if (refs == 0) delete this;
@@ -36,7 +38,10 @@ class SimObject : public Interface {
  protected:
   /// A new object holds one reference, the caller's.
   SimObject(std::shared_ptr<State> state, const char* interfaceName)
-      : state_(std::move(state)), name_(interfaceName), serial_(state_->Track(name_, &refs_)) {}
+      : state_(std::move(state)),
+        name_(interfaceName),
+        serial_(state_->Track(name_, &refs_)),
+        call_(state_.get(), interfaceName) {}
   virtual ~SimObject() { state_->Untrack(serial_); }
 
   State& state() const { return *state_; }
@@ -48,6 +53,18 @@ class SimObject : public Interface {
     qualified += "::";
     qualified += operation;
     return state_->Fault(qualified, item);
+  }
+
+  /// Traces the call of an operation with the arguments that decide it (see CallTracer).
+  template <class... Args>
+  void Call(std::string_view operation, const Args&... args) const {
+    call_(operation, args...);
+  }
+
+  /// A slot the core does not provide: traced as a call and as its status.
+  Status Unused(std::string_view operation) const {
+    Call(operation);
+    return Traced(operation, kStatusNotImplemented);
   }
 
   /// Traces "<interface>::<operation> -> <status>" and returns status.
@@ -64,6 +81,7 @@ class SimObject : public Interface {
   std::shared_ptr<State> state_;
   const char* name_;
   uint64_t serial_;
+  CallTracer call_;
 };
 
 /// Creates an object for handing out; null when memory runs out, since no exception may cross

@@ -8,6 +8,7 @@
 namespace nw::sim {
 
 Status HighPriorityIpListControl::GetExistingLogOption(int32_t* logOption) {
+  Call("GetExistingLogOption");
   if (auto fault = Fault("GetExistingLogOption")) return Traced("GetExistingLogOption", *fault);
   const Scenario* scenario = state().GetScenario();
   Status status = kStatusOk;
@@ -22,6 +23,7 @@ Status HighPriorityIpListControl::GetExistingLogOption(int32_t* logOption) {
 }
 
 Status HighPriorityIpListControl::GetExistingList(IIpRangeList** out) {
+  Call("GetExistingList");
   Status status = kStatusOk;
   if (out == nullptr) return Traced("GetExistingList", kStatusInvalidArg);
   *out = nullptr;
@@ -40,12 +42,14 @@ Status HighPriorityIpListControl::GetExistingList(IIpRangeList** out) {
 }
 
 Status HighPriorityIpListControl::SetLogOption(int32_t logOption) {
+  Call("SetLogOption", logOption);
   if (auto fault = Fault("SetLogOption")) return Traced("SetLogOption", *fault);
   logOption_ = logOption;
   return Traced("SetLogOption", kStatusOk);
 }
 
 Status HighPriorityIpListControl::GetListBuilder(IIpRangeList** out) {
+  Call("GetListBuilder");
   if (out == nullptr) return Traced("GetListBuilder", kStatusInvalidArg);
   *out = nullptr;
   if (auto fault = Fault("GetListBuilder")) return Traced("GetListBuilder", *fault);
@@ -59,6 +63,7 @@ Status HighPriorityIpListControl::GetListBuilder(IIpRangeList** out) {
 Status HighPriorityIpListControl::Change(const char* operation, IIpRangeList* list,
                                          void (*change)(BlacklistScenario& blacklist,
                                                         const std::vector<BlacklistRange>&)) {
+  Call(operation);
   if (list == nullptr) return Traced(operation, kStatusInvalidArg);
   if (auto fault = Fault(operation)) return Traced(operation, *fault);
   const std::vector<BlacklistRange>& ranges = static_cast<IpRangeList*>(list)->Listed();
@@ -97,6 +102,7 @@ Status HighPriorityIpListControl::SetNewList(IIpRangeList* list) {
 }
 
 Status IpRangeList::AddIpV4Range(uint32_t low, uint32_t high, uint32_t timeToLive) {
+  Call("AddIpV4Range", low, high, timeToLive);
   if (auto fault = Fault("AddIpV4Range")) return Traced("AddIpV4Range", *fault);
   auto address = [](uint32_t bare) {
     IpAddress a{};
@@ -109,6 +115,7 @@ Status IpRangeList::AddIpV4Range(uint32_t low, uint32_t high, uint32_t timeToLiv
 }
 
 Status IpRangeList::AddIpV6Range(const uint8_t* low, const uint8_t* high, uint32_t timeToLive) {
+  Call("AddIpV6Range", timeToLive);
   if (low == nullptr || high == nullptr) return Traced("AddIpV6Range", kStatusInvalidArg);
   if (auto fault = Fault("AddIpV6Range")) return Traced("AddIpV6Range", *fault);
   auto address = [](const uint8_t* bytes) {

@@ -41,28 +41,56 @@ class HighPriorityIpListControl final : public SimObject<IHighPriorityIpListCont
   std::optional<int32_t> logOption_;
 };
 
-/// The ranges of a blacklist snapshot. An index past the list reads a cleared range; an IPv6
+/// The ranges of a blacklist snapshot. An index past the list reads a range of the defaults
+/// (both ends cleared, version 4, never expiring, not auto-created); an IPv6
 /// end stays valid while the program asks for no more than TableSnapshot::kRecentEntries other
 /// generated ranges.
 class IpRangeList final : public SimObject<IIpRangeList, CoreState> {
  public:
   IpRangeList(std::shared_ptr<CoreState> state, const BlacklistScenario& blacklist);
 
-  uint64_t GetCount() override { return snapshot_.Count(); }
+  uint64_t GetCount() override {
+    Call("GetCount");
+    return snapshot_.Count();
+  }
   Status AddIpV4Range(uint32_t low, uint32_t high, uint32_t timeToLive) override;
   Status AddIpV6Range(const uint8_t* low, const uint8_t* high, uint32_t timeToLive) override;
   /// The ranges added or listed (a built list has no generated ones).
   const std::vector<BlacklistRange>& Listed() const { return snapshot_.Listed(); }
-  Status Unused5() override { return Traced("Unused5", kStatusNotImplemented); }
-  Status Unused6() override { return Traced("Unused6", kStatusNotImplemented); }
-  uint32_t GetLowV4(uint64_t index) override { return BareIpv4(snapshot_.At(index).low); }
-  const uint8_t* GetLowV6(uint64_t index) override { return snapshot_.At(index).low.bytes; }
-  uint32_t GetHighV4(uint64_t index) override { return BareIpv4(snapshot_.At(index).high); }
-  const uint8_t* GetHighV6(uint64_t index) override { return snapshot_.At(index).high.bytes; }
-  uint32_t GetTimeToLive(uint64_t index) override { return snapshot_.At(index).timeToLive; }
-  uint32_t GetTimeRemaining(uint64_t index) override { return snapshot_.At(index).timeRemaining; }
-  bool GetAutoCreate(uint64_t index) override { return snapshot_.At(index).autoCreate; }
-  int32_t GetIpVersion(uint64_t index) override { return snapshot_.At(index).version; }
+  Status Unused5() override { return Unused("Unused5"); }
+  Status Unused6() override { return Unused("Unused6"); }
+  uint32_t GetLowV4(uint64_t index) override {
+    Call("GetLowV4", index);
+    return BareIpv4(snapshot_.At(index).low);
+  }
+  const uint8_t* GetLowV6(uint64_t index) override {
+    Call("GetLowV6", index);
+    return snapshot_.At(index).low.bytes;
+  }
+  uint32_t GetHighV4(uint64_t index) override {
+    Call("GetHighV4", index);
+    return BareIpv4(snapshot_.At(index).high);
+  }
+  const uint8_t* GetHighV6(uint64_t index) override {
+    Call("GetHighV6", index);
+    return snapshot_.At(index).high.bytes;
+  }
+  uint32_t GetTimeToLive(uint64_t index) override {
+    Call("GetTimeToLive", index);
+    return snapshot_.At(index).timeToLive;
+  }
+  uint32_t GetTimeRemaining(uint64_t index) override {
+    Call("GetTimeRemaining", index);
+    return snapshot_.At(index).timeRemaining;
+  }
+  bool GetAutoCreate(uint64_t index) override {
+    Call("GetAutoCreate", index);
+    return snapshot_.At(index).autoCreate;
+  }
+  int32_t GetIpVersion(uint64_t index) override {
+    Call("GetIpVersion", index);
+    return snapshot_.At(index).version;
+  }
 
  private:
   /// The first octet in the lowest byte, whatever the host's byte order.

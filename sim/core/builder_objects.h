@@ -19,7 +19,7 @@ namespace nw::sim {
 class SimMatchBuilder final : public IMatchBuilder {
  public:
   SimMatchBuilder(CoreState& state, std::vector<MatchModel>* matches)
-      : state_(state), matches_(matches) {}
+      : state_(state), matches_(matches), call_(&state, "IMatchBuilder") {}
   void Target(std::vector<MatchModel>* matches) { matches_ = matches; }
 
   Status AddUserIDMatch(const wchar_t* text, uint32_t length, int32_t op) override;
@@ -74,6 +74,7 @@ class SimMatchBuilder final : public IMatchBuilder {
 
   CoreState& state_;
   std::vector<MatchModel>* matches_;
+  CallTracer call_;
 };
 
 class RuleBuilder final : public SimObject<IRuleBuilder, CoreState> {
@@ -90,9 +91,12 @@ class RuleBuilder final : public SimObject<IRuleBuilder, CoreState> {
   Status SetHotDropIfNotMatch(bool hotDrop) override;
   Status SetInvertMatch(bool invert) override;
   Status SetName(const wchar_t* name) override;
-  IMatchBuilder* GetMatchBuilder() override { return &matches_; }
+  IMatchBuilder* GetMatchBuilder() override {
+    Call("GetMatchBuilder");
+    return &matches_;
+  }
   Status SetTeredoRule(bool teredo, bool teredoAwareApp) override;
-  Status Unused13() override { return Traced("Unused13", kStatusNotImplemented); }
+  Status Unused13() override { return Unused("Unused13"); }
   Status SetLogThrottle(uint32_t throttle) override;
 
   const RuleModel& rule() const { return rule_; }
@@ -113,7 +117,10 @@ class AggregateMatchBuilder final : public SimObject<IAggregateMatchBuilder, Cor
 
   Status SetBoolOp(bool orOperator) override;
   Status SetFriendlyName(const wchar_t* name) override;
-  IMatchBuilder* GetMatchBuilder() override { return &matches_; }
+  IMatchBuilder* GetMatchBuilder() override {
+    Call("GetMatchBuilder");
+    return &matches_;
+  }
 
   const AggregateModel& aggregate() const { return aggregate_; }
 
@@ -134,11 +141,11 @@ class PolicyBuilder final : public SimObject<IPolicyBuilder, CoreState> {
   Status SetName(const wchar_t* name) override;
   Status AddGroup(const Guid* groupId) override;
   Status AddAggregateMatch(const Guid* aggregateId, IAggregateMatchBuilder* builder) override;
-  Status Unused9() override { return Traced("Unused9", kStatusNotImplemented); }
+  Status Unused9() override { return Unused("Unused9"); }
   Status AddRuleToGroup(const Guid* groupId, IRuleBuilder* builder) override;
-  Status Unused11() override { return Traced("Unused11", kStatusNotImplemented); }
-  Status Unused12() override { return Traced("Unused12", kStatusNotImplemented); }
-  Status Unused13() override { return Traced("Unused13", kStatusNotImplemented); }
+  Status Unused11() override { return Unused("Unused11"); }
+  Status Unused12() override { return Unused("Unused12"); }
+  Status Unused13() override { return Unused("Unused13"); }
   Status SetDefaultAction(int32_t action, int32_t logOption) override;
 
   /// The policy assembled since Create; none before.

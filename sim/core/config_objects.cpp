@@ -13,6 +13,7 @@ const wchar_t* GlobalConfigAndStateInfo::Text(const std::optional<std::wstring>&
 }
 
 Status GlobalConfigAndStateInfo::Refresh() {
+  Call("Refresh");
   if (auto fault = Fault("Refresh")) return Traced("Refresh", *fault);
   const Scenario* scenario = state().GetScenario();
   if (scenario == nullptr) return Traced("Refresh", kStatusBadScenario);
@@ -22,20 +23,27 @@ Status GlobalConfigAndStateInfo::Refresh() {
   return Traced("Refresh", kStatusOk);
 }
 
-// The getters cannot fail and are not traced: they only read the snapshot.
+// The getters cannot fail: they only read the snapshot.
 int32_t GlobalConfigAndStateInfo::GetMaxKernelLogQueueSize() {
+  Call("GetMaxKernelLogQueueSize");
   return static_cast<int32_t>(settings_.maxKernelLogQueueSize);
 }
 int32_t GlobalConfigAndStateInfo::GetMaxPointProductReplyTime() {
+  Call("GetMaxPointProductReplyTime");
   return static_cast<int32_t>(settings_.maxPointProductReplyTime);
 }
 bool GlobalConfigAndStateInfo::GetPassthruMode(int32_t hookType) {
+  Call("GetPassthruMode", hookType);
   if (hookType == 2) return settings_.packetPassthru;
   if (hookType == 4) return settings_.streamPassthru;
   return false;
 }
-bool GlobalConfigAndStateInfo::GetGlobalPassthruMode() { return settings_.globalPassthru; }
+bool GlobalConfigAndStateInfo::GetGlobalPassthruMode() {
+  Call("GetGlobalPassthruMode");
+  return settings_.globalPassthru;
+}
 bool GlobalConfigAndStateInfo::IsHookConnected(int32_t policyType) {
+  Call("IsHookConnected", policyType);
   switch (policyType) {
     case 1:
       return hooks_.fragment;
@@ -49,46 +57,68 @@ bool GlobalConfigAndStateInfo::IsHookConnected(int32_t policyType) {
       return false;
   }
 }
-uint32_t GlobalConfigAndStateInfo::GetTraceLogMask() { return settings_.traceLogMask; }
-bool GlobalConfigAndStateInfo::IsTrafficLogEnabled() { return settings_.trafficLog; }
+uint32_t GlobalConfigAndStateInfo::GetTraceLogMask() {
+  Call("GetTraceLogMask");
+  return settings_.traceLogMask;
+}
+bool GlobalConfigAndStateInfo::IsTrafficLogEnabled() {
+  Call("IsTrafficLogEnabled");
+  return settings_.trafficLog;
+}
 int32_t GlobalConfigAndStateInfo::GetMaxTrafficLogSize() {
+  Call("GetMaxTrafficLogSize");
   return static_cast<int32_t>(settings_.maxTrafficLogSize);
 }
 int32_t GlobalConfigAndStateInfo::GetMaxStateTableSize() {
+  Call("GetMaxStateTableSize");
   return static_cast<int32_t>(settings_.maxStateTableSize);
 }
 int32_t GlobalConfigAndStateInfo::GetStateTableGcPeriod() {
+  Call("GetStateTableGcPeriod");
   return static_cast<int32_t>(settings_.stateTableGcPeriod);
 }
 int32_t GlobalConfigAndStateInfo::GetStateTableTcpTimeout() {
+  Call("GetStateTableTcpTimeout");
   return static_cast<int32_t>(settings_.stateTableTcpTimeout);
 }
 int32_t GlobalConfigAndStateInfo::GetStateTableUdpTimeout() {
+  Call("GetStateTableUdpTimeout");
   return static_cast<int32_t>(settings_.stateTableUdpTimeout);
 }
 int32_t GlobalConfigAndStateInfo::GetStateTableForcedTcpTimeout() {
+  Call("GetStateTableForcedTcpTimeout");
   return static_cast<int32_t>(settings_.stateTableForcedTcpTimeout);
 }
 const wchar_t* GlobalConfigAndStateInfo::GetServiceBuildVersion() {
+  Call("GetServiceBuildVersion");
   return Text(versions_.service);
 }
-const wchar_t* GlobalConfigAndStateInfo::GetEngineBuildVersion() { return Text(versions_.engine); }
+const wchar_t* GlobalConfigAndStateInfo::GetEngineBuildVersion() {
+  Call("GetEngineBuildVersion");
+  return Text(versions_.engine);
+}
 const wchar_t* GlobalConfigAndStateInfo::GetControlDllBuildVersion() {
+  Call("GetControlDllBuildVersion");
   return Text(versions_.controlLibrary);
 }
 int32_t GlobalConfigAndStateInfo::GetLogThrottle() {
+  Call("GetLogThrottle");
   return static_cast<int32_t>(settings_.logThrottle);
 }
 bool GlobalConfigAndStateInfo::GetTrackForwardedConnections() {
+  Call("GetTrackForwardedConnections");
   return settings_.trackForwardedConnections;
 }
 int32_t GlobalConfigAndStateInfo::GetStateTableTcpConnRemovalTimeOut() {
+  Call("GetStateTableTcpConnRemovalTimeOut");
   return static_cast<int32_t>(settings_.stateTableTcpConnRemovalTimeout);
 }
 int32_t GlobalConfigAndStateInfo::GetConnectionThrottleBurstThreshold() {
+  Call("GetConnectionThrottleBurstThreshold");
   return static_cast<int32_t>(settings_.connectionThrottleBurstThreshold);
 }
 int32_t GlobalConfigAndStateInfo::GetConnectionThrottleMaxConnectionsRate() {
+  Call("GetConnectionThrottleMaxConnectionsRate");
   return static_cast<int32_t>(settings_.connectionThrottleMaxConnectionsRate);
 }
 
@@ -96,12 +126,20 @@ int32_t GlobalConfigAndStateInfo::GetConnectionThrottleMaxConnectionsRate() {
 
 template <class Field, class Value>
 Status GlobalConfigBuilder::Set(const char* operation, Field GlobalSettings::*field, Value value) {
+  Call(operation, value);
+  return Record(operation, field, value);
+}
+
+template <class Field, class Value>
+Status GlobalConfigBuilder::Record(const char* operation, Field GlobalSettings::*field,
+                                   Value value) {
   if (auto fault = Fault(operation)) return Traced(operation, *fault);
   settings_.*field = static_cast<Field>(value);
   return Traced(operation, kStatusOk);
 }
 
 Status GlobalConfigBuilder::Refresh() {
+  Call("Refresh");
   if (auto fault = Fault("Refresh")) return Traced("Refresh", *fault);
   const Scenario* scenario = state().GetScenario();
   if (scenario == nullptr) return Traced("Refresh", kStatusBadScenario);
@@ -110,12 +148,14 @@ Status GlobalConfigBuilder::Refresh() {
 }
 
 Status GlobalConfigBuilder::ResetToDefaults() {
+  Call("ResetToDefaults");
   if (auto fault = Fault("ResetToDefaults")) return Traced("ResetToDefaults", *fault);
   settings_ = GlobalSettings{};
   return Traced("ResetToDefaults", kStatusOk);
 }
 
 Status GlobalConfigBuilder::Apply() {
+  Call("Apply");
   if (auto fault = Fault("Apply")) return Traced("Apply", *fault);
   const GlobalSettings settings = settings_;
   return Traced("Apply", state().UpdateScenario([&settings](Scenario& scenario) {
@@ -131,8 +171,9 @@ Status GlobalConfigBuilder::SetMaxPointProductReplyTime(int32_t seconds) {
   return Set("SetMaxPointProductReplyTime", &GlobalSettings::maxPointProductReplyTime, seconds);
 }
 Status GlobalConfigBuilder::SetPassthruMode(bool enable, int32_t hookType) {
-  if (hookType == 2) return Set("SetPassthruMode", &GlobalSettings::packetPassthru, enable);
-  if (hookType == 4) return Set("SetPassthruMode", &GlobalSettings::streamPassthru, enable);
+  Call("SetPassthruMode", enable, hookType);
+  if (hookType == 2) return Record("SetPassthruMode", &GlobalSettings::packetPassthru, enable);
+  if (hookType == 4) return Record("SetPassthruMode", &GlobalSettings::streamPassthru, enable);
   // Only packet and stream hooks have a pass-through mode.
   if (auto fault = Fault("SetPassthruMode")) return Traced("SetPassthruMode", *fault);
   return Traced("SetPassthruMode", kStatusInvalidArg);
@@ -144,8 +185,9 @@ Status GlobalConfigBuilder::SetTraceLogMask(uint32_t mask) {
   return Set("SetTraceLogMask", &GlobalSettings::traceLogMask, mask);
 }
 // The second argument is recorded nowhere: the scenario has no setting it stands for.
-Status GlobalConfigBuilder::EnableTrafficLog(bool enable, bool) {
-  return Set("EnableTrafficLog", &GlobalSettings::trafficLog, enable);
+Status GlobalConfigBuilder::EnableTrafficLog(bool enable, bool second) {
+  Call("EnableTrafficLog", enable, second);
+  return Record("EnableTrafficLog", &GlobalSettings::trafficLog, enable);
 }
 Status GlobalConfigBuilder::SetMaxTrafficLogSize(int32_t bytes) {
   return Set("SetMaxTrafficLogSize", &GlobalSettings::maxTrafficLogSize, bytes);

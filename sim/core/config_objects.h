@@ -80,9 +80,12 @@ class GlobalConfigBuilder final : public SimObject<IGlobalConfigBuilder, CoreSta
   Status SetConnectionThrottleMaxConnectionsRate(int32_t connectionsPerSecond) override;
 
  private:
-  /// Records value in field unless the scenario makes the setter fail.
+  /// Traces the setter's call with its value and records it (see Record).
   template <class Field, class Value>
   Status Set(const char* operation, Field GlobalSettings::*field, Value value);
+  /// Records value in field unless the scenario makes the setter fail.
+  template <class Field, class Value>
+  Status Record(const char* operation, Field GlobalSettings::*field, Value value);
 
   GlobalSettings settings_;
 };

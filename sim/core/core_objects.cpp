@@ -21,12 +21,14 @@ class Control final : public SimObject<IControl, CoreState> {
   explicit Control(std::shared_ptr<CoreState> state) : SimObject(std::move(state), "IControl") {}
 
   Status GetPolicyManager(IPolicyManager** out, const Guid* interfaceId) override {
+    Call("GetPolicyManager", interfaceId);
     return Traced(
         "GetPolicyManager",
         HandOut<PolicyManager>("GetPolicyManager", PolicyManagerInterfaceId, out, interfaceId));
   }
   Status GetHighPriorityIpListControl(IHighPriorityIpListControl** out,
                                       const Guid* interfaceId) override {
+    Call("GetHighPriorityIpListControl", interfaceId);
     return Traced(
         "GetHighPriorityIpListControl",
         HandOut<HighPriorityIpListControl>("GetHighPriorityIpListControl",
@@ -34,38 +36,44 @@ class Control final : public SimObject<IControl, CoreState> {
   }
 
   // Not simulated yet: these fail as an operation the core does not provide.
-  Status Unused3() override { return Traced("Unused3", kStatusNotImplemented); }
-  Status Unused4() override { return Traced("Unused4", kStatusNotImplemented); }
-  Status Unused5() override { return Traced("Unused5", kStatusNotImplemented); }
-  Status Unused6() override { return Traced("Unused6", kStatusNotImplemented); }
-  Status Unused8() override { return Traced("Unused8", kStatusNotImplemented); }
+  Status Unused3() override { return Unused("Unused3"); }
+  Status Unused4() override { return Unused("Unused4"); }
+  Status Unused5() override { return Unused("Unused5"); }
+  Status Unused6() override { return Unused("Unused6"); }
+  Status Unused8() override { return Unused("Unused8"); }
   Status GetIpConfigChanged(IIpConfig** out, const Guid* interfaceId) override {
+    Call("GetIpConfigChanged", interfaceId);
     return Traced("GetIpConfigChanged",
                   HandOut<IpConfig>("GetIpConfigChanged", IpConfigInterfaceId, out, interfaceId));
   }
   Status GetGlobalConfigBuilder(IGlobalConfigBuilder** out, const Guid* interfaceId) override {
+    Call("GetGlobalConfigBuilder", interfaceId);
     return Traced("GetGlobalConfigBuilder",
                   HandOut<GlobalConfigBuilder>("GetGlobalConfigBuilder",
                                                GlobalConfigBuilderInterfaceId, out, interfaceId));
   }
   Status GetGlobalConfigAndStateInfo(IGlobalConfigAndStateInfo** out,
                                      const Guid* interfaceId) override {
+    Call("GetGlobalConfigAndStateInfo", interfaceId);
     return Traced(
         "GetGlobalConfigAndStateInfo",
         HandOut<GlobalConfigAndStateInfo>("GetGlobalConfigAndStateInfo",
                                           GlobalConfigAndStateInfoInterfaceId, out, interfaceId));
   }
   Status GetConnectionTable(IConnectionTable** out, const Guid* interfaceId) override {
+    Call("GetConnectionTable", interfaceId);
     return Traced("GetConnectionTable",
                   HandOut<ConnectionTable>("GetConnectionTable", ConnectionTableInterfaceId, out,
                                            interfaceId));
   }
   Status GetOpenedEndpointTable(IOpenedEndpointTable** out, const Guid* interfaceId) override {
+    Call("GetOpenedEndpointTable", interfaceId);
     return Traced("GetOpenedEndpointTable",
                   HandOut<OpenedEndpointTable>("GetOpenedEndpointTable",
                                                OpenedEndpointTableInterfaceId, out, interfaceId));
   }
   Status GetActiveProcesses(IActiveProcesses** out, const Guid* interfaceId) override {
+    Call("GetActiveProcesses", interfaceId);
     return Traced("GetActiveProcesses",
                   HandOut<ActiveProcesses>("GetActiveProcesses", ActiveProcessesInterfaceId, out,
                                            interfaceId));
@@ -87,12 +95,6 @@ class Control final : public SimObject<IControl, CoreState> {
     *out = object;
     return kStatusOk;
   }
-
-  template <class Interface>
-  Status NotImplemented(const char* operation, Interface** out) {
-    if (out != nullptr) *out = nullptr;
-    return Traced(operation, kStatusNotImplemented);
-  }
 };
 
 class RegisterPointProduct final : public SimObject<IRegisterPointProduct, CoreState> {
@@ -102,10 +104,12 @@ class RegisterPointProduct final : public SimObject<IRegisterPointProduct, CoreS
 
   Status Register(IControl** control, const Guid* interfaceId,
                   const Guid* pointProductId) override {
+    Call("Register", interfaceId, pointProductId);
     return Traced("Register", DoRegister(control, interfaceId, pointProductId));
   }
 
   Status Unregister(const Guid* pointProductId, uint64_t reserved) override {
+    Call("Unregister", pointProductId, reserved);
     return Traced("Unregister", DoUnregister(pointProductId, reserved));
   }
 

@@ -31,8 +31,14 @@ class GuidList final : public SimObject<IGuidList, CoreState> {
  public:
   GuidList(std::shared_ptr<CoreState> state, std::vector<Guid> uids)
       : SimObject(std::move(state), "IGuidList"), uids_(std::move(uids)) {}
-  const Guid* GetGuids() override { return uids_.data(); }
-  uint64_t GetCount() override { return uids_.size(); }
+  const Guid* GetGuids() override {
+    Call("GetGuids");
+    return uids_.data();
+  }
+  uint64_t GetCount() override {
+    Call("GetCount");
+    return uids_.size();
+  }
 
  private:
   std::vector<Guid> uids_;
@@ -46,16 +52,17 @@ struct Range {
 
 class PolicyObject;
 
+/// The kinds of object a policy owns, for their call traces.
+enum class Owned { kTerms, kMatch, kRule, kGroup, kAggregate };
+
 class SimTerms final : public IMatchTerms {
  public:
   SimTerms(PolicyObject* owner, const MatchModel* match, const Guid* container, uint32_t matchIndex)
       : owner_(owner), match_(match), container_(container), matchIndex_(matchIndex) {}
 
   Status Unused0() override;
-  uint32_t GetCount() override { return static_cast<uint32_t>(match_->terms.size()); }
-  int32_t GetOperator(uint32_t index) override {
-    return index < match_->terms.size() ? match_->terms[index].op : -1;
-  }
+  uint32_t GetCount() override;
+  int32_t GetOperator(uint32_t index) override;
   Status GetUint8(uint32_t index, uint8_t* value) override {
     return Value("GetUint8", index, value, &TermModel::uint8);
   }
@@ -77,9 +84,7 @@ class SimTerms final : public IMatchTerms {
   Status GetIpAddress(uint32_t index, const IpAddress** address) override;
   Status GetIpAddressRange(uint32_t index, const IpAddress** low, const IpAddress** high) override;
   Status GetIpMask(uint32_t index, const uint8_t** prefixLength) override;
-  int32_t GetIpAddressMatchType(uint32_t index) override {
-    return index < match_->terms.size() ? match_->terms[index].AddressKind() : 0;
-  }
+  int32_t GetIpAddressMatchType(uint32_t index) override;
 
  private:
   // The course of every getter: the fault for this term, then the index, then whether the
@@ -108,12 +113,13 @@ class SimTerms final : public IMatchTerms {
 class SimMatch final : public IMatch {
  public:
   SimMatch(PolicyObject* owner, const MatchModel* model, const Guid* container, uint32_t index)
-      : model_(model), terms_(owner, model, container, index) {}
-  int32_t GetType() override { return model_->type; }
-  IMatchTerms* GetTerms() override { return &terms_; }
+      : owner_(owner), model_(model), terms_(owner, model, container, index) {}
+  int32_t GetType() override;
+  IMatchTerms* GetTerms() override;
   const MatchModel& model() const { return *model_; }
 
  private:
+  PolicyObject* owner_;
   const MatchModel* model_;
   SimTerms terms_;
 };
@@ -123,23 +129,23 @@ class SimRule final : public IRule {
   SimRule(PolicyObject* owner, const RuleModel* model, Range matches, std::optional<uint32_t> jump)
       : owner_(owner), model_(model), matches_(matches), jumpGroup_(jump) {}
 
-  int32_t GetAction() override { return model_->action; }
+  int32_t GetAction() override;
   Status Unused1() override;
-  const Guid* GetTargetUid() override { return &model_->target; }
+  const Guid* GetTargetUid() override;
   Status Unused3() override;
-  const Guid* GetUid() override { return &model_->uid; }
-  int32_t GetLogOption() override { return model_->logOption; }
-  bool GetHotDropIfNotMatch() override { return model_->hotDropIfNotMatch; }
-  bool IsEnabled() override { return model_->enabled; }
-  bool GetInvertMatch() override { return model_->invertMatch; }
-  const wchar_t* GetName() override { return model_->name.c_str(); }
+  const Guid* GetUid() override;
+  int32_t GetLogOption() override;
+  bool GetHotDropIfNotMatch() override;
+  bool IsEnabled() override;
+  bool GetInvertMatch() override;
+  const wchar_t* GetName() override;
   Status Unused10() override;
-  bool IsTeredoRule() override { return model_->teredo; }
-  bool IsTeredoAwareApp() override { return model_->teredoAwareApp; }
-  const IpAddress* GetRedirectAddress() override { return &model_->redirectAddress; }
-  uint16_t GetRedirectPort() override { return model_->redirectPort; }
-  int64_t GetRedirectValue() override { return model_->redirectValue; }
-  uint32_t GetLogThrottle() override { return model_->logThrottle; }
+  bool IsTeredoRule() override;
+  bool IsTeredoAwareApp() override;
+  const IpAddress* GetRedirectAddress() override;
+  uint16_t GetRedirectPort() override;
+  int64_t GetRedirectValue() override;
+  uint32_t GetLogThrottle() override;
 
   Range matches() const { return matches_; }
   bool isJump() const { return model_->action == FW_ACTION_JUMP; }
@@ -155,24 +161,28 @@ class SimRule final : public IRule {
 
 class SimGroup final : public IPolicyGroup {
  public:
-  SimGroup(const GroupModel* model, Range rules) : model_(model), rules_(rules) {}
-  const Guid* GetUid() override { return &model_->uid; }
+  SimGroup(PolicyObject* owner, const GroupModel* model, Range rules)
+      : owner_(owner), model_(model), rules_(rules) {}
+  const Guid* GetUid() override;
   Range rules() const { return rules_; }
 
  private:
+  PolicyObject* owner_;
   const GroupModel* model_;
   Range rules_;
 };
 
 class SimAggregate final : public IAggregateMatch {
  public:
-  SimAggregate(const AggregateModel* model, Range matches) : model_(model), matches_(matches) {}
-  const Guid* GetUid() override { return &model_->uid; }
-  const wchar_t* GetName() override { return model_->name.c_str(); }
-  bool IsOrOperator() override { return model_->orOperator; }
+  SimAggregate(PolicyObject* owner, const AggregateModel* model, Range matches)
+      : owner_(owner), model_(model), matches_(matches) {}
+  const Guid* GetUid() override;
+  const wchar_t* GetName() override;
+  bool IsOrOperator() override;
   Range matches() const { return matches_; }
 
  private:
+  PolicyObject* owner_;
   const AggregateModel* model_;
   Range matches_;
 };
@@ -183,34 +193,81 @@ class PolicyObject final : public SimObject<IPolicy, CoreState> {
                const Scenario& scenario);
 
   Status SetIterationMode(int32_t mode) override;
-  IAggregateMatch* GetCurrentAggregateMatch() override { return entered_; }
+  IAggregateMatch* GetCurrentAggregateMatch() override {
+    Call("GetCurrentAggregateMatch");
+    return entered_;
+  }
   IAggregateMatch* GetNextAggregateMatch() override;
   Status EnterAggregateMatch(IMatch* match, void* reserved) override;
-  Status Unused6() override { return Done("Unused6", kStatusNotImplemented); }
+  Status Unused6() override {
+    Call("Unused6");
+    return Done("Unused6", kStatusNotImplemented);
+  }
   Status LeaveAggregateMatch() override;
   Status AdvanceIteration() override;
   IPolicyGroup* GetNextGroup() override;
-  Status Unused10() override { return Done("Unused10", kStatusNotImplemented); }
+  Status Unused10() override {
+    Call("Unused10");
+    return Done("Unused10", kStatusNotImplemented);
+  }
   IMatch* GetNextMatch() override;
-  Status Unused12() override { return Done("Unused12", kStatusNotImplemented); }
+  Status Unused12() override {
+    Call("Unused12");
+    return Done("Unused12", kStatusNotImplemented);
+  }
   IRule* GetNextRuleTakingJumps(uint32_t* jumpIndication) override;
   IRule* GetNextRule() override;
-  Status Unused15() override { return Done("Unused15", kStatusNotImplemented); }
-  bool IsStateful() override { return model_->stateful; }
-  bool IsSticky() override { return model_->sticky; }
-  bool IsBootTimeOnly() override { return model_->bootTimeOnly; }
-  const wchar_t* GetName() override { return model_->name.c_str(); }
-  int32_t GetDefaultAction() override { return model_->defaultAction; }
-  int32_t GetDefaultLogOption() override { return model_->defaultLogOption; }
-  Status Unused22() override { return Done("Unused22", kStatusNotImplemented); }
-  const Guid* GetPointProductUid() override { return &model_->ppuid; }
-  int32_t GetPolicyType() override { return model_->type; }
+  Status Unused15() override {
+    Call("Unused15");
+    return Done("Unused15", kStatusNotImplemented);
+  }
+  bool IsStateful() override {
+    Call("IsStateful");
+    return model_->stateful;
+  }
+  bool IsSticky() override {
+    Call("IsSticky");
+    return model_->sticky;
+  }
+  bool IsBootTimeOnly() override {
+    Call("IsBootTimeOnly");
+    return model_->bootTimeOnly;
+  }
+  const wchar_t* GetName() override {
+    Call("GetName");
+    return model_->name.c_str();
+  }
+  int32_t GetDefaultAction() override {
+    Call("GetDefaultAction");
+    return model_->defaultAction;
+  }
+  int32_t GetDefaultLogOption() override {
+    Call("GetDefaultLogOption");
+    return model_->defaultLogOption;
+  }
+  Status Unused22() override {
+    Call("Unused22");
+    return Done("Unused22", kStatusNotImplemented);
+  }
+  const Guid* GetPointProductUid() override {
+    Call("GetPointProductUid");
+    return &model_->ppuid;
+  }
+  int32_t GetPolicyType() override {
+    Call("GetPolicyType");
+    return model_->type;
+  }
 
   /// The fault the scenario injects into one term's getter, if any.
   std::optional<Status> TermFault(const char* operation, const Guid& container, uint32_t matchIndex,
                                   uint32_t termIndex) const;
   /// Traces "<interfaceName>::<operation> -> <status>" for an object the policy owns.
   Status TraceOwned(const char* interfaceName, const char* operation, Status status) const;
+  /// Traces the call of an operation of an object the policy owns (see CallTracer).
+  template <class... Args>
+  void Trace(Owned owned, std::string_view operation, const Args&... args) const {
+    ownedCalls_[static_cast<int>(owned)](operation, args...);
+  }
 
  private:
   struct Frame {
@@ -241,6 +298,8 @@ class PolicyObject final : public SimObject<IPolicy, CoreState> {
 
   std::shared_ptr<const PolicyModel> model_;
   std::string uidText_;
+  /// The call traces of the objects the policy owns, by Owned.
+  CallTracer ownedCalls_[5];
   bool trace_ = false;
   bool termFaults_ = false;
   bool walkFaults_ = false;
@@ -270,6 +329,7 @@ class PolicyObject final : public SimObject<IPolicy, CoreState> {
 
 template <class Take>
 Status SimTerms::Get(const char* operation, uint32_t index, Take take) {
+  owner_->Trace(Owned::kTerms, operation, index);
   Status status;
   if (auto fault = owner_->TermFault(operation, *container_, matchIndex_, index)) {
     status = *fault;
@@ -282,9 +342,11 @@ Status SimTerms::Get(const char* operation, uint32_t index, Take take) {
 }
 
 Status SimTerms::Unused0() {
+  owner_->Trace(Owned::kTerms, "Unused0");
   return owner_->TraceOwned("IMatchTerms", "Unused0", kStatusNotImplemented);
 }
 Status SimTerms::Unused8() {
+  owner_->Trace(Owned::kTerms, "Unused8");
   return owner_->TraceOwned("IMatchTerms", "Unused8", kStatusNotImplemented);
 }
 
@@ -391,17 +453,127 @@ Status SimTerms::GetIpMask(uint32_t index, const uint8_t** prefixLength) {
   });
 }
 
-Status SimRule::Unused1() { return owner_->TraceOwned("IRule", "Unused1", kStatusNotImplemented); }
-Status SimRule::Unused3() { return owner_->TraceOwned("IRule", "Unused3", kStatusNotImplemented); }
+Status SimRule::Unused1() {
+  owner_->Trace(Owned::kRule, "Unused1");
+  return owner_->TraceOwned("IRule", "Unused1", kStatusNotImplemented);
+}
+Status SimRule::Unused3() {
+  owner_->Trace(Owned::kRule, "Unused3");
+  return owner_->TraceOwned("IRule", "Unused3", kStatusNotImplemented);
+}
 Status SimRule::Unused10() {
+  owner_->Trace(Owned::kRule, "Unused10");
   return owner_->TraceOwned("IRule", "Unused10", kStatusNotImplemented);
+}
+
+uint32_t SimTerms::GetCount() {
+  owner_->Trace(Owned::kTerms, "GetCount");
+  return static_cast<uint32_t>(match_->terms.size());
+}
+int32_t SimTerms::GetOperator(uint32_t index) {
+  owner_->Trace(Owned::kTerms, "GetOperator", index);
+  return index < match_->terms.size() ? match_->terms[index].op : -1;
+}
+int32_t SimTerms::GetIpAddressMatchType(uint32_t index) {
+  owner_->Trace(Owned::kTerms, "GetIpAddressMatchType", index);
+  return index < match_->terms.size() ? match_->terms[index].AddressKind() : 0;
+}
+
+int32_t SimMatch::GetType() {
+  owner_->Trace(Owned::kMatch, "GetType");
+  return model_->type;
+}
+IMatchTerms* SimMatch::GetTerms() {
+  owner_->Trace(Owned::kMatch, "GetTerms");
+  return &terms_;
+}
+
+int32_t SimRule::GetAction() {
+  owner_->Trace(Owned::kRule, "GetAction");
+  return model_->action;
+}
+const Guid* SimRule::GetTargetUid() {
+  owner_->Trace(Owned::kRule, "GetTargetUid");
+  return &model_->target;
+}
+const Guid* SimRule::GetUid() {
+  owner_->Trace(Owned::kRule, "GetUid");
+  return &model_->uid;
+}
+int32_t SimRule::GetLogOption() {
+  owner_->Trace(Owned::kRule, "GetLogOption");
+  return model_->logOption;
+}
+bool SimRule::GetHotDropIfNotMatch() {
+  owner_->Trace(Owned::kRule, "GetHotDropIfNotMatch");
+  return model_->hotDropIfNotMatch;
+}
+bool SimRule::IsEnabled() {
+  owner_->Trace(Owned::kRule, "IsEnabled");
+  return model_->enabled;
+}
+bool SimRule::GetInvertMatch() {
+  owner_->Trace(Owned::kRule, "GetInvertMatch");
+  return model_->invertMatch;
+}
+const wchar_t* SimRule::GetName() {
+  owner_->Trace(Owned::kRule, "GetName");
+  return model_->name.c_str();
+}
+bool SimRule::IsTeredoRule() {
+  owner_->Trace(Owned::kRule, "IsTeredoRule");
+  return model_->teredo;
+}
+bool SimRule::IsTeredoAwareApp() {
+  owner_->Trace(Owned::kRule, "IsTeredoAwareApp");
+  return model_->teredoAwareApp;
+}
+const IpAddress* SimRule::GetRedirectAddress() {
+  owner_->Trace(Owned::kRule, "GetRedirectAddress");
+  return &model_->redirectAddress;
+}
+uint16_t SimRule::GetRedirectPort() {
+  owner_->Trace(Owned::kRule, "GetRedirectPort");
+  return model_->redirectPort;
+}
+int64_t SimRule::GetRedirectValue() {
+  owner_->Trace(Owned::kRule, "GetRedirectValue");
+  return model_->redirectValue;
+}
+uint32_t SimRule::GetLogThrottle() {
+  owner_->Trace(Owned::kRule, "GetLogThrottle");
+  return model_->logThrottle;
+}
+
+const Guid* SimGroup::GetUid() {
+  owner_->Trace(Owned::kGroup, "GetUid");
+  return &model_->uid;
+}
+
+const Guid* SimAggregate::GetUid() {
+  owner_->Trace(Owned::kAggregate, "GetUid");
+  return &model_->uid;
+}
+const wchar_t* SimAggregate::GetName() {
+  owner_->Trace(Owned::kAggregate, "GetName");
+  return model_->name.c_str();
+}
+bool SimAggregate::IsOrOperator() {
+  owner_->Trace(Owned::kAggregate, "IsOrOperator");
+  return model_->orOperator;
 }
 
 // ---- The policy and its walks -------------------------------------------------------------
 
 PolicyObject::PolicyObject(std::shared_ptr<CoreState> state,
                            std::shared_ptr<const PolicyModel> model, const Scenario& scenario)
-    : SimObject(std::move(state), "IPolicy"), model_(std::move(model)) {
+    : SimObject(std::move(state), "IPolicy"),
+      model_(std::move(model)),
+      ownedCalls_{{&this->state(), "IMatchTerms"},
+                  {&this->state(), "IMatch"},
+                  {&this->state(), "IRule"},
+                  {&this->state(), "IPolicyGroup"},
+                  {&this->state(), "IAggregateMatch"}} {
   uidText_ = GuidText(model_->uid);
   trace_ = scenario.debug.trace;
   termFaults_ =
@@ -425,7 +597,8 @@ PolicyObject::PolicyObject(std::shared_ptr<CoreState> state,
   for (const AggregateModel& aggregate : model_->aggregates) {
     const auto first = static_cast<uint32_t>(matches_.size());
     AddMatches(aggregate.matches, &aggregate.uid);
-    aggregates_.emplace_back(&aggregate, Range{first, static_cast<uint32_t>(matches_.size())});
+    aggregates_.emplace_back(this, &aggregate,
+                             Range{first, static_cast<uint32_t>(matches_.size())});
   }
   for (const GroupModel& group : model_->groups) {
     const auto firstRule = static_cast<uint32_t>(rules_.size());
@@ -441,7 +614,7 @@ PolicyObject::PolicyObject(std::shared_ptr<CoreState> state,
       rules_.emplace_back(this, &rule, Range{first, static_cast<uint32_t>(matches_.size())},
                           target);
     }
-    groups_.emplace_back(&group, Range{firstRule, static_cast<uint32_t>(rules_.size())});
+    groups_.emplace_back(this, &group, Range{firstRule, static_cast<uint32_t>(rules_.size())});
   }
 }
 
@@ -476,6 +649,7 @@ void PolicyObject::ResetWalks() {
 }
 
 Status PolicyObject::SetIterationMode(int32_t mode) {
+  Call("SetIterationMode", mode);
   if (auto fault = WalkFault("SetIterationMode")) return Done("SetIterationMode", *fault);
   if (mode != kIterateLinear && mode != kIterateTakingJumps) {
     return Done("SetIterationMode", kStatusInvalidArg);
@@ -486,6 +660,7 @@ Status PolicyObject::SetIterationMode(int32_t mode) {
 }
 
 IAggregateMatch* PolicyObject::GetNextAggregateMatch() {
+  Call("GetNextAggregateMatch");
   if (nextAggregate_ >= aggregates_.size()) return nullptr;
   SimAggregate& aggregate = aggregates_[nextAggregate_++];
   matchCursor_ = aggregate.matches();
@@ -493,6 +668,7 @@ IAggregateMatch* PolicyObject::GetNextAggregateMatch() {
 }
 
 IPolicyGroup* PolicyObject::GetNextGroup() {
+  Call("GetNextGroup");
   if (nextGroup_ >= groups_.size()) return nullptr;
   SimGroup& group = groups_[nextGroup_++];
   ruleCursor_ = group.rules();
@@ -501,6 +677,7 @@ IPolicyGroup* PolicyObject::GetNextGroup() {
 }
 
 IRule* PolicyObject::GetNextRule() {
+  Call("GetNextRule");
   if (ruleCursor_.empty()) return nullptr;
   SimRule& rule = rules_[ruleCursor_.begin++];
   matchCursor_ = rule.matches();
@@ -508,11 +685,13 @@ IRule* PolicyObject::GetNextRule() {
 }
 
 IMatch* PolicyObject::GetNextMatch() {
+  Call("GetNextMatch");
   if (matchCursor_.empty()) return nullptr;
   return &matches_[matchCursor_.begin++];
 }
 
 Status PolicyObject::EnterAggregateMatch(IMatch* match, void*) {
+  Call("EnterAggregateMatch");
   if (auto fault = WalkFault("EnterAggregateMatch")) return Done("EnterAggregateMatch", *fault);
   // Only a reference among this policy's own matches can be entered, one at a time.
   auto own = std::find_if(matches_.begin(), matches_.end(),
@@ -539,6 +718,7 @@ Status PolicyObject::EnterAggregateMatch(IMatch* match, void*) {
 }
 
 Status PolicyObject::LeaveAggregateMatch() {
+  Call("LeaveAggregateMatch");
   if (auto fault = WalkFault("LeaveAggregateMatch")) return Done("LeaveAggregateMatch", *fault);
   if (!inAggregate_) return Done("LeaveAggregateMatch", kStatusUnexpected);
   inAggregate_ = false;
@@ -580,6 +760,7 @@ void PolicyObject::PassRuleAtCursor() {
 }
 
 Status PolicyObject::AdvanceIteration() {
+  Call("AdvanceIteration");
   if (auto fault = WalkFault("AdvanceIteration")) return Done("AdvanceIteration", *fault);
   if (walk_ == Walk::kBeforeStart) {
     walk_ = Walk::kRunning;
@@ -601,6 +782,7 @@ IRule* PolicyObject::HandOut(SimRule& rule, uint32_t indication, uint32_t* jumpI
 }
 
 IRule* PolicyObject::GetNextRuleTakingJumps(uint32_t* jumpIndication) {
+  Call("GetNextRuleTakingJumps");
   uint32_t ignored = 0;
   if (jumpIndication == nullptr) jumpIndication = &ignored;
   *jumpIndication = kJumpEnd;
@@ -633,6 +815,7 @@ IRule* PolicyObject::GetNextRuleTakingJumps(uint32_t* jumpIndication) {
 
 template <class Builder, class Interface>
 Status PolicyManager::HandOutBuilder(const char* operation, Interface** out) {
+  Call(operation);
   if (out == nullptr) return Traced(operation, kStatusInvalidArg);
   *out = nullptr;
   if (auto fault = Fault(operation)) return Traced(operation, *fault);
@@ -674,10 +857,12 @@ Status PolicyManager::Add(IPolicyBuilder* builder) {
 }
 
 Status PolicyManager::AddPolicy(IPolicyBuilder* builder, void*, void*) {
+  Call("AddPolicy");
   return Traced("AddPolicy", Add(builder));
 }
 
 Status PolicyManager::GetExistingPolicyList(IGuidList** out, int32_t policyType) {
+  Call("GetExistingPolicyList", policyType);
   if (out == nullptr) return Traced("GetExistingPolicyList", kStatusInvalidArg);
   *out = nullptr;
   const Scenario* scenario = state().GetScenario();
@@ -720,6 +905,7 @@ Status PolicyManager::FetchPolicy(IPolicy** out, const Guid* policyId) {
 }
 
 Status PolicyManager::GetExistingPolicy(IPolicy** out, const Guid* policyId) {
+  Call("GetExistingPolicy", policyId);
   return Traced("GetExistingPolicy", FetchPolicy(out, policyId));
 }
 
@@ -748,6 +934,7 @@ Status PolicyManager::Delete(const Guid* policyId) {
 }
 
 Status PolicyManager::DeletePolicy(const Guid* policyId) {
+  Call("DeletePolicy", policyId);
   return Traced("DeletePolicy", Delete(policyId));
 }
 

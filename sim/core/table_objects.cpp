@@ -12,61 +12,110 @@ const uint8_t kNoBytes[1] = {};
 // One adapter, borrowed from its enumerator; it reads the snapshot it was made from.
 class AdapterInfo final : public IAdapterInfo {
  public:
-  explicit AdapterInfo(const AdapterScenario& adapter) : adapter_(adapter) {}
+  AdapterInfo(CoreState& state, const AdapterScenario& adapter)
+      : adapter_(adapter), call_(&state, "IAdapterInfo") {}
 
-  Status Unused0() override { return kStatusNotImplemented; }
-  Status Unused1() override { return kStatusNotImplemented; }
-  Status Unused2() override { return kStatusNotImplemented; }
-  Status Unused3() override { return kStatusNotImplemented; }
-  Status Unused4() override { return kStatusNotImplemented; }
-  Status Unused5() override { return kStatusNotImplemented; }
-  Status Unused6() override { return kStatusNotImplemented; }
-  Status Unused7() override { return kStatusNotImplemented; }
-  Status Unused8() override { return kStatusNotImplemented; }
+  Status Unused0() override { return Unused("Unused0"); }
+  Status Unused1() override { return Unused("Unused1"); }
+  Status Unused2() override { return Unused("Unused2"); }
+  Status Unused3() override { return Unused("Unused3"); }
+  Status Unused4() override { return Unused("Unused4"); }
+  Status Unused5() override { return Unused("Unused5"); }
+  Status Unused6() override { return Unused("Unused6"); }
+  Status Unused7() override { return Unused("Unused7"); }
+  Status Unused8() override { return Unused("Unused8"); }
 
   const uint8_t* GetPhysicalAddress(uint32_t* length) override {
+    call_("GetPhysicalAddress");
     if (length != nullptr) *length = static_cast<uint32_t>(adapter_.physicalAddress.size());
     return Bytes(adapter_.physicalAddress);
   }
   uint32_t GetInterfaceIndex(bool ipv4) override {
+    call_("GetInterfaceIndex", ipv4);
     return ipv4 ? adapter_.interfaceIndex : adapter_.interfaceIndexV6;
   }
-  const wchar_t* GetConnectionSpecificDnsSuffix() override { return Text(adapter_.dnsSuffix); }
-  int32_t GetPhysicalMedium() override { return adapter_.physicalMedium; }
+  const wchar_t* GetConnectionSpecificDnsSuffix() override {
+    call_("GetConnectionSpecificDnsSuffix");
+    return Text(adapter_.dnsSuffix);
+  }
+  int32_t GetPhysicalMedium() override {
+    call_("GetPhysicalMedium");
+    return adapter_.physicalMedium;
+  }
   const uint8_t* GetIpAddressPrefixLength(uint64_t index) override {
+    call_("GetIpAddressPrefixLength", index);
     return index < adapter_.ipAddresses.size() ? &adapter_.ipAddresses[index].prefixLength
                                                : kNoBytes;
   }
-  uint64_t GetIpAddressCount() override { return adapter_.ipAddresses.size(); }
-  uint64_t GetGatewayCount() override { return adapter_.gateways.size(); }
+  uint64_t GetIpAddressCount() override {
+    call_("GetIpAddressCount");
+    return ipAddressCounts_.Next(adapter_.ipAddressCounts, adapter_.ipAddresses.size());
+  }
+  uint64_t GetGatewayCount() override {
+    call_("GetGatewayCount");
+    return gatewayCounts_.Next(adapter_.gatewayCounts, adapter_.gateways.size());
+  }
   const uint8_t* GetGatewayPhysicalAddress(uint64_t index) override {
+    call_("GetGatewayPhysicalAddress", index);
     return index < adapter_.gateways.size() ? Bytes(adapter_.gateways[index].physicalAddress)
                                             : kNoBytes;
   }
   uint32_t GetGatewayPhysicalAddressLength(uint64_t index) override {
+    call_("GetGatewayPhysicalAddressLength", index);
     return index < adapter_.gateways.size()
                ? static_cast<uint32_t>(adapter_.gateways[index].physicalAddress.size())
                : 0;
   }
   const IpAddress* GetGatewayAddress(uint64_t index) override {
+    call_("GetGatewayAddress", index);
     return index < adapter_.gateways.size() ? &adapter_.gateways[index].address : &kNoAddress;
   }
   const IpAddress* GetIpAddress(uint64_t index) override {
+    call_("GetIpAddress", index);
     return index < adapter_.ipAddresses.size() ? &adapter_.ipAddresses[index].address : &kNoAddress;
   }
-  bool IsDhcpEnabled() override { return adapter_.dhcpEnabled; }
-  const IpAddress* GetDhcpServer() override { return &adapter_.dhcpServer; }
-  uint64_t GetDnsServerCount() override { return adapter_.dnsServers.size(); }
+  bool IsDhcpEnabled() override {
+    call_("IsDhcpEnabled");
+    return adapter_.dhcpEnabled;
+  }
+  const IpAddress* GetDhcpServer() override {
+    call_("GetDhcpServer");
+    return &adapter_.dhcpServer;
+  }
+  uint64_t GetDnsServerCount() override {
+    call_("GetDnsServerCount");
+    return dnsServerCounts_.Next(adapter_.dnsServerCounts, adapter_.dnsServers.size());
+  }
   const IpAddress* GetDnsServer(uint64_t index) override {
+    call_("GetDnsServer", index);
     return index < adapter_.dnsServers.size() ? &adapter_.dnsServers[index] : &kNoAddress;
   }
-  bool HaveWins() override { return adapter_.haveWins; }
-  const IpAddress* GetPrimaryWinsServer() override { return &adapter_.primaryWins; }
-  const IpAddress* GetSecondaryWinsServer() override { return &adapter_.secondaryWins; }
-  const wchar_t* GetName() override { return Text(adapter_.name); }
-  const wchar_t* GetDescription() override { return Text(adapter_.description); }
+  bool HaveWins() override {
+    call_("HaveWins");
+    return adapter_.haveWins;
+  }
+  const IpAddress* GetPrimaryWinsServer() override {
+    call_("GetPrimaryWinsServer");
+    return &adapter_.primaryWins;
+  }
+  const IpAddress* GetSecondaryWinsServer() override {
+    call_("GetSecondaryWinsServer");
+    return &adapter_.secondaryWins;
+  }
+  const wchar_t* GetName() override {
+    call_("GetName");
+    return Text(adapter_.name);
+  }
+  const wchar_t* GetDescription() override {
+    call_("GetDescription");
+    return Text(adapter_.description);
+  }
 
  private:
+  Status Unused(const char* operation) const {
+    call_(operation);
+    return kStatusNotImplemented;
+  }
   static const uint8_t* Bytes(const std::vector<uint8_t>& bytes) {
     return bytes.empty() ? kNoBytes : bytes.data();
   }
@@ -75,6 +124,10 @@ class AdapterInfo final : public IAdapterInfo {
   }
 
   const AdapterScenario& adapter_;
+  CallTracer call_;
+  CountScript ipAddressCounts_;
+  CountScript gatewayCounts_;
+  CountScript dnsServerCounts_;
 };
 
 // One of the host's addresses, borrowed from its enumerator. Its GetAddress can be made to
@@ -82,9 +135,10 @@ class AdapterInfo final : public IAdapterInfo {
 class AddressInfo final : public IAddressInfo {
  public:
   AddressInfo(CoreState& state, const IpAddress& address, uint64_t index)
-      : state_(state), address_(address), index_(index) {}
+      : state_(state), address_(address), index_(index), call_(&state, "IAddressInfo") {}
 
   Status GetAddress(const IpAddress** address) override {
+    call_("GetAddress");
     constexpr std::string_view kOperation = "IAddressInfo::GetAddress";
     Status status = kStatusOk;
     if (auto fault = state_.Fault(kOperation, std::to_string(index_))) {
@@ -102,6 +156,7 @@ class AddressInfo final : public IAddressInfo {
   CoreState& state_;
   const IpAddress& address_;
   uint64_t index_;
+  CallTracer call_;
 };
 
 // Both enumerators: items made up front from the shared snapshot, handed out one by one.
@@ -114,9 +169,10 @@ class Enumerator final : public SimObject<Interface, CoreState> {
         data_(std::move(data)),
         items_(std::move(items)) {}
 
-  Status Unused2() override { return this->Traced("Unused2", kStatusNotImplemented); }
-  Status Unused3() override { return this->Traced("Unused3", kStatusNotImplemented); }
+  Status Unused2() override { return this->Unused("Unused2"); }
+  Status Unused3() override { return this->Unused("Unused3"); }
   decltype(std::declval<Interface&>().Next()) Next() override {
+    this->Call("Next");
     return next_ < items_.size() ? &items_[next_++] : nullptr;
   }
 
@@ -143,6 +199,7 @@ IpConfig::IpConfig(std::shared_ptr<CoreState> state) : SimObject(std::move(state
 }
 
 IAddressInfoEnumerator* IpConfig::GetAddressInfoEnumerator() {
+  Call("GetAddressInfoEnumerator");
   if (!data_->addresses) return nullptr;
   std::vector<AddressInfo> items;
   items.reserve(data_->addresses->size());
@@ -153,11 +210,12 @@ IAddressInfoEnumerator* IpConfig::GetAddressInfoEnumerator() {
                                       std::move(items));
 }
 
-IAdapterInfoEnumerator* IpConfig::GetAdapterInfoEnumerator(bool) {
+IAdapterInfoEnumerator* IpConfig::GetAdapterInfoEnumerator(bool flag) {
+  Call("GetAdapterInfoEnumerator", flag);
   if (!data_->adapters) return nullptr;
   std::vector<AdapterInfo> items;
   items.reserve(data_->adapters->size());
-  for (const AdapterScenario& adapter : *data_->adapters) items.emplace_back(adapter);
+  for (const AdapterScenario& adapter : *data_->adapters) items.emplace_back(state(), adapter);
   return NewObject<AdapterEnumerator>(sharedState(), "IAdapterInfoEnumerator", data_,
                                       std::move(items));
 }
@@ -165,6 +223,7 @@ IAdapterInfoEnumerator* IpConfig::GetAdapterInfoEnumerator(bool) {
 // ---- Connections and endpoints ----------------------------------------------------------------
 
 Status ConnectionTable::Refresh() {
+  Call("Refresh");
   if (auto fault = Fault("Refresh")) return Traced("Refresh", *fault);
   const Scenario* scenario = state().GetScenario();
   if (scenario == nullptr) return Traced("Refresh", kStatusBadScenario);
@@ -176,6 +235,7 @@ Status ConnectionTable::Refresh() {
 }
 
 Status OpenedEndpointTable::Refresh() {
+  Call("Refresh");
   if (auto fault = Fault("Refresh")) return Traced("Refresh", *fault);
   const Scenario* scenario = state().GetScenario();
   if (scenario == nullptr) return Traced("Refresh", kStatusBadScenario);
@@ -186,6 +246,7 @@ Status OpenedEndpointTable::Refresh() {
 // ---- Processes --------------------------------------------------------------------------------
 
 Status ActiveProcesses::RefreshProcessIdList() {
+  Call("RefreshProcessIdList");
   if (auto fault = Fault("RefreshProcessIdList")) return Traced("RefreshProcessIdList", *fault);
   const Scenario* scenario = state().GetScenario();
   if (scenario == nullptr) return Traced("RefreshProcessIdList", kStatusBadScenario);
@@ -193,7 +254,8 @@ Status ActiveProcesses::RefreshProcessIdList() {
   return Traced("RefreshProcessIdList", kStatusOk);
 }
 
-Status ActiveProcesses::QueryProcessInfo(IProcessInfo** info, uint64_t processId, uint32_t) {
+Status ActiveProcesses::QueryProcessInfo(IProcessInfo** info, uint64_t processId, uint32_t flags) {
+  Call("QueryProcessInfo", processId, FlagWord{flags});
   return Traced("QueryProcessInfo", DoQuery(info, processId));
 }
 

@@ -29,12 +29,28 @@ class IpConfig final : public SimObject<IIpConfig, CoreState> {
   /// The snapshot is complete when it is handed out: it copies the scenario's now.
   explicit IpConfig(std::shared_ptr<CoreState> state);
 
-  Status Unused2() override { return Traced("Unused2", kStatusNotImplemented); }
+  Status Unused2() override { return Unused("Unused2"); }
   IAddressInfoEnumerator* GetAddressInfoEnumerator() override;
   IAdapterInfoEnumerator* GetAdapterInfoEnumerator(bool flag) override;
 
  private:
   std::shared_ptr<const IpConfigData> data_;
+};
+
+/// A count getter's scripted answers: one a call, the last repeating; without a script, the
+/// actual number.
+class CountScript {
+ public:
+  uint64_t Next(const std::vector<uint64_t>& script, uint64_t actual) {
+    if (script.empty()) return actual;
+    const uint64_t count = script[next_];
+    if (next_ + 1 < script.size()) ++next_;
+    return count;
+  }
+  void Restart() { next_ = 0; }
+
+ private:
+  size_t next_ = 0;
 };
 
 /// A table entry source: the snapshot's listed entries, then generated ones computed from the
@@ -52,19 +68,14 @@ class TableSnapshot {
   /// Takes the scenario's table; the scripted counts start again from the first.
   void Load(const TableScenario<Entry>& table) {
     table_ = table;
-    nextCount_ = 0;
+    counts_.Restart();
     for (Recent& recent : recent_) recent.valid = false;
   }
   /// Adds an entry after the listed ones (a list being built has no generated ones).
   void Append(const Entry& entry) { table_.entries.push_back(entry); }
   const std::vector<Entry>& Listed() const { return table_.entries; }
   /// The next scripted count, or the number of entries.
-  uint64_t Count() {
-    if (table_.counts.empty()) return table_.size();
-    const uint64_t count = table_.counts[nextCount_];
-    if (nextCount_ + 1 < table_.counts.size()) ++nextCount_;
-    return count;
-  }
+  uint64_t Count() { return counts_.Next(table_.counts, table_.size()); }
   /// The entry at index; a cleared entry past the end (a scripted count may exceed the table).
   const Entry& At(uint64_t index) {
     if (index < table_.entries.size()) return table_.entries[index];
@@ -88,7 +99,7 @@ class TableSnapshot {
 
   Generator generate_;
   TableScenario<Entry> table_;
-  size_t nextCount_ = 0;
+  CountScript counts_;
   std::array<Recent, kRecentEntries> recent_;
   Entry past_{};
 };
@@ -100,22 +111,61 @@ class ConnectionTable final : public SimObject<IConnectionTable, CoreState> {
       : SimObject(std::move(state), "IConnectionTable") {}
 
   Status Refresh() override;
-  int64_t GetBytesSentSinceBoot() override { return bytesSent_; }
-  int64_t GetBytesReceivedSinceBoot() override { return bytesReceived_; }
-  uint64_t GetConnectionCount() override { return snapshot_.Count(); }
-  const IpAddress* GetLocalAddress(uint64_t index) override { return &snapshot_.At(index).local; }
-  const IpAddress* GetRemoteAddress(uint64_t index) override { return &snapshot_.At(index).remote; }
-  uint8_t GetProtocol(uint64_t index) override { return snapshot_.At(index).protocol; }
-  uint16_t GetLocalPort(uint64_t index) override { return snapshot_.At(index).storedLocalPort; }
-  uint16_t GetRemotePort(uint64_t index) override { return snapshot_.At(index).storedRemotePort; }
-  uint32_t GetProcessId(uint64_t index) override { return snapshot_.At(index).processId; }
-  Status Unused12() override { return Traced("Unused12", kStatusNotImplemented); }
-  Status Unused13() override { return Traced("Unused13", kStatusNotImplemented); }
-  Status Unused14() override { return Traced("Unused14", kStatusNotImplemented); }
-  int32_t GetState(uint64_t index) override { return snapshot_.At(index).state; }
-  uint32_t GetPairRight(uint64_t index) override { return snapshot_.At(index).right; }
-  uint32_t GetPairLeft(uint64_t index) override { return snapshot_.At(index).left; }
-  bool IsOutbound(uint64_t index) override { return snapshot_.At(index).outbound; }
+  int64_t GetBytesSentSinceBoot() override {
+    Call("GetBytesSentSinceBoot");
+    return bytesSent_;
+  }
+  int64_t GetBytesReceivedSinceBoot() override {
+    Call("GetBytesReceivedSinceBoot");
+    return bytesReceived_;
+  }
+  uint64_t GetConnectionCount() override {
+    Call("GetConnectionCount");
+    return snapshot_.Count();
+  }
+  const IpAddress* GetLocalAddress(uint64_t index) override {
+    Call("GetLocalAddress", index);
+    return &snapshot_.At(index).local;
+  }
+  const IpAddress* GetRemoteAddress(uint64_t index) override {
+    Call("GetRemoteAddress", index);
+    return &snapshot_.At(index).remote;
+  }
+  uint8_t GetProtocol(uint64_t index) override {
+    Call("GetProtocol", index);
+    return snapshot_.At(index).protocol;
+  }
+  uint16_t GetLocalPort(uint64_t index) override {
+    Call("GetLocalPort", index);
+    return snapshot_.At(index).storedLocalPort;
+  }
+  uint16_t GetRemotePort(uint64_t index) override {
+    Call("GetRemotePort", index);
+    return snapshot_.At(index).storedRemotePort;
+  }
+  uint32_t GetProcessId(uint64_t index) override {
+    Call("GetProcessId", index);
+    return snapshot_.At(index).processId;
+  }
+  Status Unused12() override { return Unused("Unused12"); }
+  Status Unused13() override { return Unused("Unused13"); }
+  Status Unused14() override { return Unused("Unused14"); }
+  int32_t GetState(uint64_t index) override {
+    Call("GetState", index);
+    return snapshot_.At(index).state;
+  }
+  uint32_t GetPairRight(uint64_t index) override {
+    Call("GetPairRight", index);
+    return snapshot_.At(index).right;
+  }
+  uint32_t GetPairLeft(uint64_t index) override {
+    Call("GetPairLeft", index);
+    return snapshot_.At(index).left;
+  }
+  bool IsOutbound(uint64_t index) override {
+    Call("IsOutbound", index);
+    return snapshot_.At(index).outbound;
+  }
 
  private:
   int64_t bytesSent_ = 0;
@@ -130,11 +180,26 @@ class OpenedEndpointTable final : public SimObject<IOpenedEndpointTable, CoreSta
       : SimObject(std::move(state), "IOpenedEndpointTable") {}
 
   Status Refresh() override;
-  uint64_t GetEndpointCount() override { return snapshot_.Count(); }
-  const IpAddress* GetLocalAddress(uint64_t index) override { return &snapshot_.At(index).local; }
-  uint8_t GetProtocol(uint64_t index) override { return snapshot_.At(index).protocol; }
-  uint16_t GetLocalPort(uint64_t index) override { return snapshot_.At(index).storedPort; }
-  uint32_t GetProcessId(uint64_t index) override { return snapshot_.At(index).processId; }
+  uint64_t GetEndpointCount() override {
+    Call("GetEndpointCount");
+    return snapshot_.Count();
+  }
+  const IpAddress* GetLocalAddress(uint64_t index) override {
+    Call("GetLocalAddress", index);
+    return &snapshot_.At(index).local;
+  }
+  uint8_t GetProtocol(uint64_t index) override {
+    Call("GetProtocol", index);
+    return snapshot_.At(index).protocol;
+  }
+  uint16_t GetLocalPort(uint64_t index) override {
+    Call("GetLocalPort", index);
+    return snapshot_.At(index).storedPort;
+  }
+  uint32_t GetProcessId(uint64_t index) override {
+    Call("GetProcessId", index);
+    return snapshot_.At(index).processId;
+  }
 
  private:
   TableSnapshot<EndpointEntry> snapshot_{GenerateEndpoint};
@@ -147,8 +212,14 @@ class ActiveProcesses final : public SimObject<IActiveProcesses, CoreState> {
       : SimObject(std::move(state), "IActiveProcesses") {}
 
   Status RefreshProcessIdList() override;
-  uint64_t GetProcessCount() override { return snapshot_.Count(); }
-  uint64_t GetProcessId(uint64_t index) override { return snapshot_.At(index).processId; }
+  uint64_t GetProcessCount() override {
+    Call("GetProcessCount");
+    return snapshot_.Count();
+  }
+  uint64_t GetProcessId(uint64_t index) override {
+    Call("GetProcessId", index);
+    return snapshot_.At(index).processId;
+  }
   Status QueryProcessInfo(IProcessInfo** info, uint64_t processId, uint32_t flags) override;
 
  private:
@@ -165,16 +236,46 @@ class ProcessInfo final : public SimObject<IProcessInfo, CoreState> {
   ProcessInfo(std::shared_ptr<CoreState> state, ProcessEntry entry)
       : SimObject(std::move(state), "IProcessInfo"), entry_(std::move(entry)) {}
 
-  uint32_t GetProcessId() override { return static_cast<uint32_t>(entry_.processId); }
-  const uint8_t* GetMd5() override { return entry_.md5; }
-  const wchar_t* GetPath(uint32_t) override { return Text(entry_.path); }
-  const wchar_t* GetCommandArgs(uint32_t) override { return Text(entry_.commandArgs); }
-  const wchar_t* GetTextSid(uint32_t) override { return Text(entry_.textSid); }
-  const wchar_t* GetSigner(uint32_t) override { return Text(entry_.signer); }
-  const wchar_t* GetPeDescription(uint32_t) override { return Text(entry_.peDescription); }
-  bool IsTrusted() override { return entry_.trusted; }
-  bool IsValidated() override { return entry_.validated; }
-  const wchar_t* GetCaseCorrectPath(uint32_t) override { return Text(entry_.caseCorrectPath); }
+  uint32_t GetProcessId() override {
+    Call("GetProcessId");
+    return static_cast<uint32_t>(entry_.processId);
+  }
+  const uint8_t* GetMd5() override {
+    Call("GetMd5");
+    return entry_.md5;
+  }
+  const wchar_t* GetPath(uint32_t flags) override {
+    Call("GetPath", FlagWord{flags});
+    return Text(entry_.path);
+  }
+  const wchar_t* GetCommandArgs(uint32_t flags) override {
+    Call("GetCommandArgs", FlagWord{flags});
+    return Text(entry_.commandArgs);
+  }
+  const wchar_t* GetTextSid(uint32_t flags) override {
+    Call("GetTextSid", FlagWord{flags});
+    return Text(entry_.textSid);
+  }
+  const wchar_t* GetSigner(uint32_t flags) override {
+    Call("GetSigner", FlagWord{flags});
+    return Text(entry_.signer);
+  }
+  const wchar_t* GetPeDescription(uint32_t flags) override {
+    Call("GetPeDescription", FlagWord{flags});
+    return Text(entry_.peDescription);
+  }
+  bool IsTrusted() override {
+    Call("IsTrusted");
+    return entry_.trusted;
+  }
+  bool IsValidated() override {
+    Call("IsValidated");
+    return entry_.validated;
+  }
+  const wchar_t* GetCaseCorrectPath(uint32_t flags) override {
+    Call("GetCaseCorrectPath", FlagWord{flags});
+    return Text(entry_.caseCorrectPath);
+  }
 
  private:
   static const wchar_t* Text(const std::optional<std::wstring>& text) {

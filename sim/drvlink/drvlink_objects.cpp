@@ -26,10 +26,11 @@ class DriverLink final : public SimObject<IDriverLink> {
   explicit DriverLink(std::shared_ptr<LibraryState> state)
       : SimObject(std::move(state), "IDriverLink") {}
 
-  Status Unused2() override { return Traced("Unused2", kStatusNotImplemented); }
+  Status Unused2() override { return Unused("Unused2"); }
 
-  Status SendControlRequest(uint32_t code, const void*, uint32_t, void* output, uint32_t outputSize,
-                            uint32_t* bytesReturned) override {
+  Status SendControlRequest(uint32_t code, const void*, uint32_t inputSize, void* output,
+                            uint32_t outputSize, uint32_t* bytesReturned) override {
+    Call("SendControlRequest", code, inputSize, outputSize);
     const std::string codeText = std::to_string(code);
     return Traced("SendControlRequest(" + codeText + ")",
                   Send(code, codeText, output, outputSize, bytesReturned));
@@ -56,9 +57,10 @@ class DriverLinkConnector final : public SimObject<IDriverLinkConnector> {
   explicit DriverLinkConnector(std::shared_ptr<LibraryState> state)
       : SimObject(std::move(state), "IDriverLinkConnector") {}
 
-  Status Unused2() override { return Traced("Unused2", kStatusNotImplemented); }
+  Status Unused2() override { return Unused("Unused2"); }
 
   Status ConnectToContentDriver(const wchar_t* driverName, IDriverLink** link) override {
+    Call("ConnectToContentDriver", driverName);
     return Traced("ConnectToContentDriver", Connect(driverName, link));
   }
 

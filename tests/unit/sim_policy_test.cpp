@@ -356,13 +356,14 @@ TEST(SimPolicyTermTest, EachGetterDeliversItsKindAndRefusesOthers) {
       {"op": 8},
       {"string": "x", "ip": "10.0.0.1"},
       {"ipRange": ["10.0.0.1", "10.0.0.2"]},
-      {"ip": "10.0.0.1"}])")));
+      {"ip": "10.0.0.1"},
+      {"ip": "::ffff:10.0.0.1", "addressKind": 4294967295}])")));
   IPolicy* policy = core.Fetch(kPolicy);
   IMatchTerms* terms = FirstTerms(policy);
-  EXPECT_EQ(terms->GetCount(), 5u);
+  EXPECT_EQ(terms->GetCount(), 6u);
   EXPECT_EQ(terms->GetOperator(0), 4);
   EXPECT_EQ(terms->GetOperator(1), 8);
-  EXPECT_EQ(terms->GetOperator(5), -1);
+  EXPECT_EQ(terms->GetOperator(6), -1);
 
   uint8_t u8 = 0;
   uint16_t u16 = 0, low16 = 0, high16 = 0;
@@ -399,6 +400,11 @@ TEST(SimPolicyTermTest, EachGetterDeliversItsKindAndRefusesOthers) {
   EXPECT_EQ(ip->version, 6u);
   EXPECT_EQ(ip->bytes[0], 0xfe);
   EXPECT_EQ(ip->bytes[15], 1);
+  // An IPv4-mapped text is an IPv6 address whose last four bytes are the IPv4 ones.
+  ASSERT_EQ(terms->GetIpAddress(5, &ip), 0);
+  EXPECT_EQ(ip->version, 6u);
+  EXPECT_EQ(std::vector<uint8_t>(ip->bytes + 10, ip->bytes + 16),
+            (std::vector<uint8_t>{0xff, 0xff, 10, 0, 0, 1}));
   ASSERT_EQ(terms->GetIpAddressRange(0, &low, &high), 0);
   EXPECT_EQ(low->version, 4u);
   EXPECT_EQ(high->version, 0u);
@@ -411,6 +417,7 @@ TEST(SimPolicyTermTest, EachGetterDeliversItsKindAndRefusesOthers) {
   EXPECT_EQ(terms->GetIpAddressMatchType(2), 1);
   EXPECT_EQ(terms->GetIpAddressMatchType(3), 2);
   EXPECT_EQ(terms->GetIpAddressMatchType(4), 1);
+  EXPECT_EQ(terms->GetIpAddressMatchType(5), -1);  // any 32 bits, as the scenario gives them
   EXPECT_EQ(terms->GetIpAddressMatchType(9), 0);
 
   // A term without the kind refuses it and clears what it hands out; so does a wrong index.
@@ -423,8 +430,8 @@ TEST(SimPolicyTermTest, EachGetterDeliversItsKindAndRefusesOthers) {
   EXPECT_EQ(prefix, nullptr);
   EXPECT_EQ(terms->GetUint8Array(1, &bytes, &count), kStatusTypeMismatch);
   EXPECT_EQ(count, 0u);
-  EXPECT_EQ(terms->GetUint8(5, &u8), kStatusInvalidArg);
-  EXPECT_EQ(terms->GetAggregateUid(5, &uid), kStatusInvalidArg);
+  EXPECT_EQ(terms->GetUint8(6, &u8), kStatusInvalidArg);
+  EXPECT_EQ(terms->GetAggregateUid(6, &uid), kStatusInvalidArg);
   EXPECT_EQ(terms->GetUint32(0, nullptr), kStatusInvalidArg);
   policy->Release();
 }
@@ -647,8 +654,8 @@ TEST(SimPolicyStoreTest, BadSectionsNameThePathAndWhatWasExpected) {
        "/policies/list/0/uid: expected an identifier (xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx)"},
       {R"({"list": [)" + p + "}, " + p + "}]}",
        "/policies/list/1/uid: expected an identifier no other policy has"},
-      {R"({"list": [)" + p + R"(, "type": 2147483648}]})",
-       "/policies/list/0/type: expected an integer from -2147483648 to 2147483647"},
+      {R"({"list": [)" + p + R"(, "type": 4294967296}]})",
+       "/policies/list/0/type: expected an integer from -2147483648 to 4294967295"},
       {R"({"list": [)" + p + R"(, "groups": [{"uid": "00000001-0000-0000-0000-000000000000"}]}]})",
        "/policies/list/0/groups/0/uid: expected an identifier no other group of the policy has"},
       {R"({"list": [)" + p + R"(, "groups": [{"rules": []}]}]})",
@@ -675,7 +682,7 @@ TEST(SimPolicyStoreTest, BadSectionsNameThePathAndWhatWasExpected) {
       {R"({"list": [)" + p + R"(, "rules": [{"redirect": {"port": 65536}}]}]})",
        "/policies/list/0/rules/0/redirect/port: expected an integer from 0 to 65535"},
       {R"({"list": [)" + p + R"(, "rules": [{"action": "jump"}]}]})",
-       "/policies/list/0/rules/0/action: expected an integer from -2147483648 to 2147483647"},
+       "/policies/list/0/rules/0/action: expected an integer from -2147483648 to 4294967295"},
       {R"({"list": [)" + p + R"(, "rules": [{"bogus": 1}]}]})",
        "/policies/list/0/rules/0/bogus: expected one of the known fields (uid, name, action, "
        "target, redirect, logOption, logThrottle, enabled, hotDropIfNotMatch, invertMatch, "

@@ -242,7 +242,8 @@ TEST(ScenarioTablesTest, RefusesBadSectionsNamingThePath) {
       {R"({"adapters": [{"nme": "x"}]})",
        "/adapters/0/nme: expected one of the known fields (name, description, dnsSuffix, "
        "physicalAddress, physicalMedium, interfaceIndex, interfaceIndexV6, ipAddresses, "
-       "gateways, dhcpEnabled, dhcpServer, dnsServers, haveWins, primaryWins, secondaryWins)"},
+       "gateways, dhcpEnabled, dhcpServer, dnsServers, haveWins, primaryWins, secondaryWins, "
+       "ipAddressCounts, gatewayCounts, dnsServerCounts)"},
       {R"({"adapters": [{"name": 5}]})", "/adapters/0/name: expected a text"},
       {R"({"adapters": [{"physicalAddress": "00-1a-"}]})",
        "/adapters/0/physicalAddress: " + hardware},

@@ -114,6 +114,12 @@ TEST(ScenarioTest, RejectsBadDocumentsNamingFilePathAndWhatWasExpected) {
       {"[]", "/: expected an object"},
       {R"({"service": {"running": "yes"}})", "/service/running: expected true or false"},
       {R"({"debug": true})", "/debug: expected an object"},
+      {R"({"debug": {"calls": "yes"}})",
+       "/debug/calls: expected true, false or a list of interface names (\"IProcessInfo\", ...)"},
+      {R"({"debug": {"calls": []}})",
+       "/debug/calls: expected true, false or a list of interface names (\"IProcessInfo\", ...)"},
+      {R"({"debug": {"calls": ["IControl", "Release"]}})",
+       "/debug/calls/1: expected an interface name (\"IProcessInfo\", ...)"},
       {R"({"servce": {}})",
        "/servce: expected one of the known fields (service, faults, debug, driverLink, versions, "
        "hooks, config, adapters, addresses, connections, endpoints, processes, blacklist, "
