@@ -83,8 +83,7 @@ TEST(JsonText, AFileHoldsAtMostAMillionValues) {
 TEST(JsonText, SyntaxErrorsAreReportedAsInvalidJsonWithoutTheLibrarysNumbering) {
   for (const char* text : {"", "{", R"({"a": })", "{} x", "[1,]", "{'a': 1}", "\"\xff\""}) {
     const std::string error = ParseError(text);
-    EXPECT_EQ(error.rfind("s.json: not valid JSON: ", 0), 0u) << error;
-    EXPECT_EQ(error.find("[json.exception"), std::string::npos) << error;
+    EXPECT_EQ(error.rfind("s.json: not valid JSON: parse error at line 1, column ", 0), 0u) << error;
   }
 }
 
