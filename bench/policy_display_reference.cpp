@@ -255,7 +255,7 @@ void PutMatch(const MatchModel& m) {
 }
 
 void PutRuleTakingJumps(const PolicyModel& p, const RuleModel& rule) {
-  out.Put("        Rule\n            Name: %s\n", Narrow(rule.name).c_str());
+  out.Put("        Rule\n            Name: %s\n", Narrow(rule.name.value_or(L"")).c_str());
   for (const MatchModel& m : rule.matches) {
     PutMatch(m);
     if (m.type < 0x10000) continue;
@@ -264,7 +264,7 @@ void PutRuleTakingJumps(const PolicyModel& p, const RuleModel& rule) {
       out.Put(
           "                Aggregate Match\n                    Name: %s\n                    "
           "Or operator: %s\n",
-          Narrow(a.name).c_str(), a.orOperator ? "true" : "false");
+          Narrow(a.name.value_or(L"")).c_str(), a.orOperator ? "true" : "false");
       for (const MatchModel& member : a.matches) PutMatch(member);
       out.Put("                    ====================================\n\n");
     }
@@ -289,17 +289,18 @@ void WalkGroup(const PolicyModel& p, size_t group, std::vector<size_t>& path) {
 }
 
 void PutPolicy(const PolicyModel& p) {
-  out.Put("    Policy %s:\n           %s\n", GuidText(p.uid).c_str(), Narrow(p.name).c_str());
+  out.Put("    Policy %s:\n           %s\n", GuidText(p.uid).c_str(),
+          Narrow(p.name.value_or(L"")).c_str());
   out.Put("    LINEAR ITERATION\n    ====================================\n\n");
   for (const auto& a : p.aggregates) {
     out.Put("        Aggregate Match\n            Name: %s\n            Or operator: %s\n",
-            Narrow(a.name).c_str(), a.orOperator ? "true" : "false");
+            Narrow(a.name.value_or(L"")).c_str(), a.orOperator ? "true" : "false");
     for (const MatchModel& m : a.matches) PutMatch(m);
     out.Put("    ====================================\n\n");
   }
   for (const auto& g : p.groups) {
     for (const RuleModel& rule : g.rules) {
-      out.Put("        Rule\n            Name: %s\n", Narrow(rule.name).c_str());
+      out.Put("        Rule\n            Name: %s\n", Narrow(rule.name.value_or(L"")).c_str());
       for (const MatchModel& m : rule.matches) PutMatch(m);
       out.Put("            ====================================\n\n");
     }

@@ -54,6 +54,12 @@ bool OptionalField(JsonChecker& check, const Json& object, const std::string& pa
     return check.Bool(*v, at, out);
   } else if constexpr (std::is_same_v<T, std::wstring>) {
     return check.WideString(*v, at, out);
+  } else if constexpr (std::is_same_v<T, NameText>) {
+    if (v->is_null()) {
+      out->reset();
+      return true;
+    }
+    return check.WideString(*v, at, &out->emplace());
   } else if constexpr (std::is_same_v<T, int32_t>) {
     return check.Any32(*v, at, out);
   } else if constexpr (std::is_same_v<T, int64_t>) {
@@ -428,12 +434,14 @@ Json MatchesToJson(const std::vector<MatchModel>& matches) {
   return out;
 }
 
+Json NameToJson(const NameText& name) { return name ? Json(WideToUtf8(*name)) : Json(); }
+
 Json RulesToJson(const std::vector<RuleModel>& rules) {
   Json out = Json::array();
   for (const RuleModel& rule : rules) {
     Json j = Json::object();
     j["uid"] = GuidText(rule.uid);
-    j["name"] = WideToUtf8(rule.name);
+    j["name"] = NameToJson(rule.name);
     j["action"] = rule.action;
     if (!(rule.target == Guid{})) j["target"] = GuidText(rule.target);
     if (!(rule.redirectAddress == IpAddress{}) || rule.redirectPort != 0 ||
@@ -461,7 +469,7 @@ Json PolicyToJson(const PolicyModel& policy) {
   Json j = Json::object();
   j["uid"] = GuidText(policy.uid);
   j["ppuid"] = GuidText(policy.ppuid);
-  j["name"] = WideToUtf8(policy.name);
+  j["name"] = NameToJson(policy.name);
   j["type"] = policy.type;
   j["stateful"] = policy.stateful;
   j["sticky"] = policy.sticky;
@@ -472,7 +480,7 @@ Json PolicyToJson(const PolicyModel& policy) {
   for (const AggregateModel& aggregate : policy.aggregates) {
     Json a = Json::object();
     a["uid"] = GuidText(aggregate.uid);
-    a["name"] = WideToUtf8(aggregate.name);
+    a["name"] = NameToJson(aggregate.name);
     a["or"] = aggregate.orOperator;
     a["matches"] = MatchesToJson(aggregate.matches);
     aggregates.push_back(std::move(a));

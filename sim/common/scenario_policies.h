@@ -82,9 +82,12 @@ struct MatchModel {
   bool operator==(const MatchModel&) const = default;
 };
 
+/// A name as the core hands it out: a text, or null (the scenario's null).
+using NameText = std::optional<std::wstring>;
+
 struct AggregateModel {
   Guid uid{};
-  std::wstring name;
+  NameText name = std::wstring();
   bool orOperator = false;
   std::vector<MatchModel> matches;
   bool operator==(const AggregateModel&) const = default;
@@ -95,7 +98,7 @@ inline constexpr uint32_t kNoLogThrottle = 0xFFFFFFFF;
 
 struct RuleModel {
   Guid uid{};
-  std::wstring name;
+  NameText name = std::wstring();
   int32_t action = 1;
   /// The jump's target group or the plug-in.
   Guid target{};
@@ -122,7 +125,7 @@ struct GroupModel {
 struct PolicyModel {
   Guid uid{};
   Guid ppuid{};
-  std::wstring name;
+  NameText name = std::wstring();
   int32_t type = 0;
   bool stateful = false;
   bool sticky = false;

@@ -363,7 +363,7 @@ Status RuleBuilder::SetInvertMatch(bool invert) {
 }
 Status RuleBuilder::SetName(const wchar_t* name) {
   Call("SetName", name);
-  return Set("SetName", [&] { rule_.name = name != nullptr ? name : L""; });
+  return Set("SetName", [&] { rule_.name = name != nullptr ? NameText(name) : std::nullopt; });
 }
 Status RuleBuilder::SetTeredoRule(bool teredo, bool teredoAwareApp) {
   Call("SetTeredoRule", teredo, teredoAwareApp);
@@ -388,7 +388,7 @@ Status AggregateMatchBuilder::SetBoolOp(bool orOperator) {
 Status AggregateMatchBuilder::SetFriendlyName(const wchar_t* name) {
   Call("SetFriendlyName", name);
   if (auto fault = Fault("SetFriendlyName")) return Traced("SetFriendlyName", *fault);
-  aggregate_.name = name != nullptr ? name : L"";
+  aggregate_.name = name != nullptr ? NameText(name) : std::nullopt;
   return Traced("SetFriendlyName", kStatusOk);
 }
 
@@ -438,7 +438,7 @@ Status PolicyBuilder::Create(const Guid* policyId, int32_t policyType) {
 Status PolicyBuilder::SetName(const wchar_t* name) {
   Call("SetName", name);
   return Set("SetName", [&] {
-    policy_.name = name != nullptr ? name : L"";
+    policy_.name = name != nullptr ? NameText(name) : std::nullopt;
     return kStatusOk;
   });
 }

@@ -235,7 +235,7 @@ class PolicyObject final : public SimObject<IPolicy, CoreState> {
   }
   const wchar_t* GetName() override {
     Call("GetName");
-    return model_->name.c_str();
+    return model_->name ? model_->name->c_str() : nullptr;
   }
   int32_t GetDefaultAction() override {
     Call("GetDefaultAction");
@@ -518,7 +518,7 @@ bool SimRule::GetInvertMatch() {
 }
 const wchar_t* SimRule::GetName() {
   owner_->Trace(Owned::kRule, "GetName");
-  return model_->name.c_str();
+  return model_->name ? model_->name->c_str() : nullptr;
 }
 bool SimRule::IsTeredoRule() {
   owner_->Trace(Owned::kRule, "IsTeredoRule");
@@ -556,7 +556,7 @@ const Guid* SimAggregate::GetUid() {
 }
 const wchar_t* SimAggregate::GetName() {
   owner_->Trace(Owned::kAggregate, "GetName");
-  return model_->name.c_str();
+  return model_->name ? model_->name->c_str() : nullptr;
 }
 bool SimAggregate::IsOrOperator() {
   owner_->Trace(Owned::kAggregate, "IsOrOperator");

@@ -103,14 +103,15 @@ void ExpectRule(xmlNode* element, const RuleModel& rule) {
   const std::string uid = GuidText(rule.uid);
   const auto children = Children(element);
   ASSERT_GE(children.size(), 8u);
-  const std::vector<Leaf> expected = {{"name", rule.name.empty() ? uid : WideToUtf8(rule.name)},
-                                      {"uid", uid},
-                                      {"enabled", TrueFalse(rule.enabled)},
-                                      {"hotdropif", TrueFalse(rule.hotDropIfNotMatch)},
-                                      {"teredo", TrueFalse(rule.teredo)},
-                                      {"teredoawareapp", TrueFalse(rule.teredoAwareApp)},
-                                      {"invertmatch", TrueFalse(rule.invertMatch)},
-                                      {"action", ""}};
+  const std::vector<Leaf> expected = {
+      {"name", rule.name.value_or(L"").empty() ? uid : WideToUtf8(*rule.name)},
+      {"uid", uid},
+      {"enabled", TrueFalse(rule.enabled)},
+      {"hotdropif", TrueFalse(rule.hotDropIfNotMatch)},
+      {"teredo", TrueFalse(rule.teredo)},
+      {"teredoawareapp", TrueFalse(rule.teredoAwareApp)},
+      {"invertmatch", TrueFalse(rule.invertMatch)},
+      {"action", ""}};
   const auto leaves = Leaves(element);
   EXPECT_EQ(std::vector(leaves.begin(), leaves.begin() + 8), expected);
   const auto action = Leaves(children[7]);
@@ -134,7 +135,7 @@ void ExpectPolicy(xmlNode* element, const PolicyModel& policy) {
   const std::vector<Leaf> head = {
       {"uid", uid},
       {"ppuid", GuidText(policy.ppuid)},
-      {"name", policy.name.empty() ? uid : WideToUtf8(policy.name)},
+      {"name", policy.name.value_or(L"").empty() ? uid : WideToUtf8(*policy.name)},
       {"policytype", Utf8(PolicyTypeName(policy.type))},
       {"stateful", policy.stateful ? "YES" : "NO"},
       {"sticky", policy.sticky ? "YES" : "NO"},
@@ -152,7 +153,8 @@ void ExpectPolicy(xmlNode* element, const PolicyModel& policy) {
     const std::string aggregateUid = GuidText(aggregate.uid);
     const auto parts = Children(node);
     ASSERT_GE(parts.size(), 3u);
-    EXPECT_EQ(Text(parts[0]), aggregate.name.empty() ? aggregateUid : WideToUtf8(aggregate.name));
+    EXPECT_EQ(Text(parts[0]),
+              aggregate.name.value_or(L"").empty() ? aggregateUid : WideToUtf8(*aggregate.name));
     EXPECT_EQ(Text(parts[1]), TrueFalse(aggregate.orOperator));
     EXPECT_EQ(Text(parts[2]), aggregateUid);
     ExpectMatches(parts, 3, aggregate.matches);

@@ -596,7 +596,7 @@ const char kRichPolicies[] = R"({
                 "rules": [{"name": "jump", "action": 9,
                            "target": "20000000-0000-0000-0000-000000000002"}]}]
   }, {
-    "uid": "6f1d0c2e-9a8b-4c7d-8e6f-5a4b3c2d1e10", "type": 2
+    "uid": "6f1d0c2e-9a8b-4c7d-8e6f-5a4b3c2d1e10", "type": 2, "name": null
   }],
   "generated": {"count": 10, "rules": 3, "matches": 2, "seed": 99}
 })";
@@ -614,6 +614,7 @@ TEST(SimPolicyStoreTest, WrittenBackWithoutLoss) {
   // Spot checks that the fields were read at all.
   const PolicyModel& rich = *store.policies[0];
   EXPECT_EQ(rich.name, L"Rich \u00e9");
+  EXPECT_FALSE(store.policies[1]->name);
   EXPECT_EQ(rich.defaultLogOption, 9);
   ASSERT_EQ(rich.groups.size(), 2u);
   EXPECT_EQ(rich.groups[0].uid, Uid("20000000-0000-0000-0000-000000000002"));
