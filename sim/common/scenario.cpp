@@ -102,6 +102,8 @@ constexpr FaultOperation kFaultOperations[] = {
     {"IRuleBuilder", "SetHotDropIfNotMatch"},
     {"IRuleBuilder", "SetInvertMatch"},
     {"IRuleBuilder", "SetTeredoRule"},
+    {"IRuleBuilder", "GetMatchBuilder"},
+    {"IAggregateMatchBuilder", "GetMatchBuilder"},
     {"IRuleBuilder", "SetLogThrottle"},
     {"IAggregateMatchBuilder", "SetBoolOp"},
     {"IAggregateMatchBuilder", "SetFriendlyName"},

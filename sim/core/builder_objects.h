@@ -91,9 +91,10 @@ class RuleBuilder final : public SimObject<IRuleBuilder, CoreState> {
   Status SetHotDropIfNotMatch(bool hotDrop) override;
   Status SetInvertMatch(bool invert) override;
   Status SetName(const wchar_t* name) override;
+  /// Null when the scenario names the operation among its faults (whatever the status).
   IMatchBuilder* GetMatchBuilder() override {
     Call("GetMatchBuilder");
-    return &matches_;
+    return Fault("GetMatchBuilder") ? nullptr : &matches_;
   }
   Status SetTeredoRule(bool teredo, bool teredoAwareApp) override;
   Status Unused13() override { return Unused("Unused13"); }
@@ -117,9 +118,10 @@ class AggregateMatchBuilder final : public SimObject<IAggregateMatchBuilder, Cor
 
   Status SetBoolOp(bool orOperator) override;
   Status SetFriendlyName(const wchar_t* name) override;
+  /// Null when the scenario names the operation among its faults (whatever the status).
   IMatchBuilder* GetMatchBuilder() override {
     Call("GetMatchBuilder");
-    return &matches_;
+    return Fault("GetMatchBuilder") ? nullptr : &matches_;
   }
 
   const AggregateModel& aggregate() const { return aggregate_; }

@@ -34,6 +34,8 @@ using testing::Printed;
 
 Guid Uid(uint32_t n) { return Guid{n, 0, 0x4000, {0x80, 0, 0, 0, 0, 0, 0, 0}}; }
 
+constexpr Status kFailed = static_cast<Status>(0x80004005u);
+
 // A simulated core playing a scenario file of its own, with its manager and blacklist control
 // in a connection record; the file is removed at the end.
 class Core {
@@ -260,6 +262,47 @@ TEST(PolicyBuilderTest, FailuresAndTheirContext) {
     EXPECT_EQ(Printed([&] { EXPECT_FALSE(BuildConfiguration(&core.connection, 0, doc)); }),
               c.printed);
     EXPECT_EQ(LastStatus, static_cast<Status>(0x80004005u));
+    EXPECT_TRUE(core.scenario().policies.policies.empty());
+  }
+}
+
+// Aggregate matches are built before any group: a failure names only the policy. A match
+// builder that is not there is told in words; the status stays that of the last core call.
+TEST(PolicyBuilderTest, AggregateMatchFailures) {
+  const std::string aggregate = "    Error building config: aggregate match\n";
+  const struct {
+    const char* fault;
+    std::string printed;
+    Status status;
+  } cases[] = {
+      {"GetAggregateMatchBuilder",
+       "    Error retrieving aggregate match builder API: 80004005.\n" + aggregate, kFailed},
+      {"SetBoolOp", "    Error from pAggMatchBuilder->SetBoolOp 80004005\n" + aggregate, kFailed},
+      {"SetFriendlyName", "    Error from pAggMatchBuilder->SetFriendlyName 80004005\n" + aggregate,
+       kFailed},
+      {"IAggregateMatchBuilder::GetMatchBuilder",
+       "    Error from pAggMatchBuilder->GetMatchBuilder\n" + aggregate, kStatusOk},
+      {"AddUserIDMatch",
+       "    Error returned from AddUserIDMatch, 80004005\n    Error building config: match\n" +
+           aggregate,
+       kFailed},
+      {"IPolicyBuilder::AddAggregateMatch",
+       "    Error from PolicyBuilder->AddAggregateMatch 80004005\n" + aggregate, kFailed},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.fault);
+    Core core(std::string(R"({"policies": {"list": []}, "faults": {")") + c.fault +
+              R"(": "0x80004005"}})");
+    PolicyDocument doc;
+    PolicyRecord policy = Policy(1, L"P", {Rule(2, L"R")});
+    AggregateRecord& record = policy.aggregates.emplace_back();
+    record.uid = Uid(0x21);
+    record.name = L"A";
+    record.matches = {Match(FW_MATCH_USER_ID, L"S-1-5-18")};
+    doc.policies.push_back(policy);
+    EXPECT_EQ(Printed([&] { EXPECT_FALSE(BuildConfiguration(&core.connection, 0, doc)); }),
+              c.printed + "    Error building configuration.\n\n    Policy at time of error: P\n");
+    EXPECT_EQ(LastStatus, c.status);
     EXPECT_TRUE(core.scenario().policies.policies.empty());
   }
 }
