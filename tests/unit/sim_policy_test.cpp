@@ -436,35 +436,6 @@ TEST(SimPolicyTermTest, EachGetterDeliversItsKindAndRefusesOthers) {
   policy->Release();
 }
 
-TEST(SimPolicyFaultTest, FaultsByOperationAndItem) {
-  const std::string term0 = std::string(kPolicy) + "/000000f0-0000-0000-0000-000000000000/0/0";
-  const std::string term1 = std::string(kPolicy) + "/000000f0-0000-0000-0000-000000000000/0/1";
-  const struct {
-    Json faults;
-    Status first, second;  // GetUint16 of terms 0 and 1
-  } cases[] = {
-      {{{"GetUint16", 5}}, 5, 5},
-      {{{"GetUint16:" + term1, 6}}, 0, 6},
-      {{{"IMatchTerms::GetUint16:" + term0, 7}, {"GetUint16", 8}}, 7, 8},
-      {{{"GetUint8:" + term1, 6}}, 0, 0},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.faults.dump());
-    Json scenario = TermPolicy(Json::parse(R"([{"uint16": 1}, {"uint16": 2}])"));
-    scenario["faults"] = c.faults;
-    PolicyCore core(scenario);
-    IPolicy* policy = core.Fetch(kPolicy);
-    IMatchTerms* terms = FirstTerms(policy);
-    uint16_t value = 9;
-    EXPECT_EQ(terms->GetUint16(0, &value), c.first);
-    EXPECT_EQ(terms->GetUint16(1, &value), c.second);
-    if (c.second != 0) {
-      EXPECT_EQ(value, 0);
-    }
-    policy->Release();
-  }
-}
-
 const char* const kP1 = "00000001-0000-0000-0000-000000000000";
 const char* const kP2 = "00000002-0000-0000-0000-000000000000";
 const char* const kP3 = "00000003-0000-0000-0000-000000000000";
@@ -484,63 +455,6 @@ std::vector<std::string> Listed(PolicyManager* manager, int32_t type, Status* st
   for (uint64_t i = 0; i < list->GetCount(); ++i) uids.push_back(GuidText(list->GetGuids()[i]));
   list->Release();
   return uids;
-}
-
-TEST(SimPolicyManagerTest, ListsInStoreOrderByTypeWithFaultsPerType) {
-  Json scenario = ThreePolicies();
-  scenario["faults"] = {{"GetExistingPolicyList:2", "0x80070005"}};
-  PolicyCore core(scenario);
-  Status status = 0;
-  EXPECT_EQ(Listed(core.manager, 4, &status), (std::vector<std::string>{kP1, kP3}));
-  EXPECT_EQ(status, 0);
-  EXPECT_TRUE(Listed(core.manager, 2, &status).empty());
-  EXPECT_EQ(status, Hr(0x80070005));
-  EXPECT_TRUE(Listed(core.manager, 1, &status).empty());
-  EXPECT_EQ(status, 0);
-  EXPECT_TRUE(Listed(core.manager, -1, &status).empty());
-  EXPECT_EQ(status, 0);
-}
-
-TEST(SimPolicyManagerTest, FetchFaultsByPolicyAndByCall) {
-  const struct {
-    Json faults;
-    std::vector<Status> p1, p2;  // three fetches each
-  } cases[] = {
-      {Json::object(), {0, 0, 0}, {0, 0, 0}},
-      {{{"GetExistingPolicy", 4}}, {4, 4, 4}, {4, 4, 4}},
-      {{{"GetExistingPolicy:" + std::string(kP1), 5}}, {5, 5, 5}, {0, 0, 0}},
-      {{{"GetExistingPolicy:" + std::string(kP1), {{"call", 2}, {"status", 6}}}},
-       {0, 6, 0},
-       {0, 0, 0}},
-      // Each entry counts the calls it names: the plain one sees all six fetches.
-      {{{"IPolicyManager::GetExistingPolicy:" + std::string(kP2), {{"call", 1}, {"status", 7}}},
-        {"GetExistingPolicy", {{"from", 3}, {"status", 8}}}},
-       {0, 0, 8},
-       {7, 8, 8}},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.faults.dump());
-    Json scenario = ThreePolicies();
-    scenario["faults"] = c.faults;
-    PolicyCore core(scenario);
-    for (const auto& [uid, expected] : {std::pair{kP1, c.p1}, std::pair{kP2, c.p2}}) {
-      for (Status status : expected) {
-        IPolicy* policy = reinterpret_cast<IPolicy*>(&core);
-        const Guid id = Uid(uid);
-        EXPECT_EQ(core.manager->GetExistingPolicy(&policy, &id), status);
-        if (status != 0) {
-          EXPECT_EQ(policy, nullptr);
-        } else if (policy != nullptr) {
-          policy->Release();
-        }
-      }
-    }
-  }
-  PolicyCore core(ThreePolicies());
-  IPolicy* policy = nullptr;
-  const Guid missing = Uid("00000009-0000-0000-0000-000000000000");
-  EXPECT_EQ(core.manager->GetExistingPolicy(&policy, &missing), kStatusNotFound);
-  EXPECT_EQ(core.manager->GetExistingPolicy(&policy, nullptr), kStatusInvalidArg);
 }
 
 // The manager reads the store at every call; an object handed out keeps the policy it has.

@@ -167,29 +167,6 @@ TEST(ProfileReply, HeaderAndRecordsAtTheirOffsetsLittleEndian) {
   EXPECT_EQ(Le(reply, second + 160, 8), 0xA4u);
 }
 
-TEST(ProfileReply, ScenarioShapesCountSizeAndAnnouncement) {
-  const struct {
-    const char* what;
-    DriverProfile profile;
-    size_t replySize;
-    uint64_t announced;
-    uint32_t counterCount;
-  } cases[] = {
-      {"empty", {}, 72, 40, 0},
-      {"count beyond the records", {.counters = {{}}, .counterCount = 1000}, 240, 208, 1000},
-      {"padded to a data size", {.dataSize = 100000}, 100032, 100000, 0},
-      {"cut to a data size", {.counters = {{}, {}}, .dataSize = 50}, 82, 50, 2},
-      {"announcing more than it holds", {.announcedSize = 1u << 20}, 72, 1u << 20, 0},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.what);
-    const std::vector<uint8_t> reply = BuildProfileReply(c.profile);
-    EXPECT_EQ(reply.size(), c.replySize);
-    EXPECT_EQ(Le(reply, 0, 8), c.announced);
-    EXPECT_EQ(Le(reply, 32, 4), c.counterCount);
-  }
-}
-
 TEST(DriverLinkProfiler, AnswersStartStopAndReadAsTheScenarioSays) {
   const std::string big = R"({"driverLink": {"profile": {"dataSize": 100000}}})";
   const struct {

@@ -245,38 +245,6 @@ TEST(ScenarioTest, BuiltInIsTheExampleAndAHealthyHost) {
   EXPECT_EQ(exampleDoc, builtIn.document) << "examples/default-scenario.json has drifted";
 }
 
-TEST(CoreTest, RegisterAndUnregisterFollowTheScenario) {
-  const struct {
-    const char* scenario;
-    Status registered;
-    Status unregistered;
-  } cases[] = {
-      {"{}", 0, 0},
-      {R"({"service": {"running": false}})", Hr(0x80070426), Hr(0x80070426)},
-      {R"({"service": {"running": false}, "faults": {"Register": "0x80070005"}})", Hr(0x80070005),
-       Hr(0x80070426)},
-      {R"({"faults": {"Unregister": "0x80004005"}})", 0, Hr(0x80004005)},
-      {R"({"service": {"running": 1}})", Hr(0x8007000D), 0},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.scenario);
-    TestLibrary<CoreState> lib("kvxfwctl", c.scenario);
-    IRegisterPointProduct* reg = nullptr;
-    ASSERT_EQ(
-        CoreGetInterface(lib.state, "VantorRegisterPointProduct3", reinterpret_cast<void**>(&reg)),
-        0);
-    IControl* control = nullptr;
-    EXPECT_EQ(reg->Register(&control, &ControlInterfaceId, &PointProductId), c.registered);
-    EXPECT_EQ(control != nullptr, c.registered == 0);
-    EXPECT_EQ(lib.state->IsRegistered(PointProductId), c.registered == 0);
-    if (control != nullptr) control->Release();
-    EXPECT_EQ(reg->Unregister(&PointProductId, 0), c.unregistered);
-    EXPECT_EQ(lib.state->IsRegistered(PointProductId), c.registered == 0 && c.unregistered != 0);
-    reg->Release();
-    EXPECT_EQ(lib.state->LiveObjects(), 0u);
-  }
-}
-
 // The core knows the identity the program registers under: another is refused, and one that is
 // registered but never unregistered under its own identifier is reported at unload.
 TEST(CoreTest, PointProductIdentifiersAreChecked) {
@@ -489,23 +457,6 @@ TEST(DebugOutputTest, TracesEachCallAndReportsLeaksInCreationOrder) {
       L"kvxfwctl: leak: point product {EFDC4955-59FD-43CA-95BA-5DE872721246} still registered\n",
       L"kvxfwctl: IHighPriorityIpListControl::Release -> 0\n",
       L"kvxfwctl: IRegisterPointProduct::Release -> 0\n",
-  };
-  EXPECT_EQ(*lib.lines, expected);
-}
-
-TEST(DebugOutputTest, DriverLinkTracesTheRequestCode) {
-  TestLibrary<LibraryState> lib("kvxhida", R"({"debug": {"trace": true}})");
-  ConnectAndSend(lib, L"kvxfirek.sys", 68);
-  ConnectAndSend(lib, L"other.sys", 68);
-  const std::vector<std::wstring> expected = {
-      L"kvxhida: NotComDllGetInterface(DrvLinkConnectAsync) -> 00000000\n",
-      L"kvxhida: IDriverLinkConnector::ConnectToContentDriver -> 00000000\n",
-      L"kvxhida: IDriverLink::SendControlRequest(68) -> 00000000\n",
-      L"kvxhida: IDriverLink::Release -> 0\n",
-      L"kvxhida: IDriverLinkConnector::Release -> 0\n",
-      L"kvxhida: NotComDllGetInterface(DrvLinkConnectAsync) -> 00000000\n",
-      L"kvxhida: IDriverLinkConnector::ConnectToContentDriver -> 00000002\n",
-      L"kvxhida: IDriverLinkConnector::Release -> 0\n",
   };
   EXPECT_EQ(*lib.lines, expected);
 }
