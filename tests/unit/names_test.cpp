@@ -1,3 +1,6 @@
+// Every name the views write and the policy reader takes back, table by table, and what each
+// lookup answers outside its table: values no listing shows one by one.
+
 #include "policy/names.h"
 
 #include <gtest/gtest.h>
@@ -5,9 +8,6 @@
 #include <algorithm>
 #include <climits>
 #include <cstdint>
-#include <cstdio>
-#include <cstring>
-#include <cwchar>
 #include <iterator>
 #include <span>
 #include <sstream>
@@ -16,9 +16,6 @@
 #include <vector>
 
 #include "base/format.h"
-#include "core/guid.h"
-#include "tests/unit/fake_platform.h"
-#include "tests/unit/printed.h"
 
 namespace nw {
 namespace {
@@ -32,8 +29,6 @@ Words Split(const wchar_t* text) {
 
 // Null shows as a marker no table holds, so a missing name cannot pass for a fallback.
 std::wstring Shown(const wchar_t* name) { return name == nullptr ? L"<no name>" : name; }
-
-using testing::Printed;
 
 // Display names in value order, as the views write them; the list's length is the bound.
 const Words kPolicyTypes = Split(
@@ -231,214 +226,6 @@ TEST(NamesReader, ConnectionStateTakesAnyUnknownTextAsUnknown) {
   for (const auto& [text, value] : cases) {
     SCOPED_TRACE(WideToUtf8(text));
     EXPECT_EQ(ConnectionStateFromName(text), value);
-  }
-}
-
-IpAddress Record(const std::vector<uint8_t>& bytes, uint32_t version) {
-  IpAddress record{};
-  std::copy(bytes.begin(), bytes.end(), record.bytes);
-  record.version = version;
-  return record;
-}
-
-const std::vector<uint8_t> kLinkLocal = {0xfe, 0x80, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
-
-TEST(NamesIpText, FormatsBothFamiliesWithinTheirCapacity) {
-  const struct {
-    IpAddress address;
-    size_t capacity;
-    const wchar_t* text;  // null: refused, nothing written
-  } cases[] = {
-      {Record({0, 0, 0, 0}, 4), 40, L"0.0.0.0"},
-      {Record({10, 0, 0, 1}, 4), 40, L"10.0.0.1"},
-      {Record({100, 20, 3, 250}, 4), 40, L"100.20.3.250"},
-      {Record({255, 255, 255, 255}, 4), 16, L"255.255.255.255"},
-      {Record({255, 255, 255, 255}, 4), 15, nullptr},
-      {Record(kLinkLocal, 6), 40, L"fe80:0:0:0:0:0:0:1"},
-      {Record({}, 6), 40, L"0:0:0:0:0:0:0:0"},
-      {Record({0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xff, 0xff, 10, 0, 0, 1}, 6), 40,
-       L"0:0:0:0:0:ffff:a00:1"},
-      {Record({1, 0, 0, 0x10, 0x10, 0, 0xab, 0xcd, 0, 1, 0, 0xff, 0x0f, 0x0f, 0xf0, 0}, 6), 40,
-       L"100:10:1000:abcd:1:ff:f0f:f000"},
-      {Record(std::vector<uint8_t>(16, 0xff), 6), 40, L"ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff"},
-      {Record({0xff, 0xff}, 6), 39, nullptr},
-      {Record(kLinkLocal, 0), 40, L"fe80:0:0:0:0:0:0:1"},
-      {Record(kLinkLocal, 0), 16, nullptr},
-      {Record(kLinkLocal, 5), 40, L"fe80:0:0:0:0:0:0:1"},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(::testing::Message() << "version " << c.address.version << ", capacity "
-                                      << c.capacity << ", byte 0 " << int{c.address.bytes[0]});
-    wchar_t buffer[48];
-    std::fill(std::begin(buffer), std::end(buffer), L'#');
-    EXPECT_EQ(FormatIpAddress(buffer, c.capacity, &c.address), c.text != nullptr);
-    const size_t written = c.text == nullptr ? 0 : std::wcslen(c.text) + 1;
-    if (c.text != nullptr) {
-      EXPECT_EQ(std::wstring(buffer), c.text);
-    }
-    EXPECT_EQ(static_cast<size_t>(std::count(buffer + written, std::end(buffer), L'#')),
-              std::size(buffer) - written);
-  }
-}
-
-TEST(NamesIpText, PrintsWithTheRequestedTabsAndNewline) {
-  const IpAddress v4 = Record({192, 168, 1, 20}, 4);
-  const IpAddress v6 = Record(kLinkLocal, 6);
-  const struct {
-    const IpAddress* address;
-    bool tabs;
-    bool newline;
-    std::string printed;
-  } cases[] = {
-      {&v4, false, false, "192.168.1.20"},           {&v4, true, false, "\t\t192.168.1.20"},
-      {&v4, false, true, "192.168.1.20\n"},          {&v4, true, true, "\t\t192.168.1.20\n"},
-      {&v6, true, true, "\t\tfe80:0:0:0:0:0:0:1\n"},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.printed);
-    EXPECT_EQ(Printed([&] { PrintIpAddress(c.address, c.tabs, c.newline); }), c.printed);
-  }
-}
-
-TEST(NamesIpText, PrintsBareAddresses) {
-  // A bare IPv4 value keeps the first octet in its lowest byte.
-  EXPECT_EQ(Printed([] { PrintIpv4Address(0x0100000Au, false); }), "10.0.0.1");
-  EXPECT_EQ(Printed([] { PrintIpv4Address(0x04030201u, true); }), "1.2.3.4\n");
-  EXPECT_EQ(Printed([] { PrintIpv4Address(0xFFFFFFFFu, false); }), "255.255.255.255");
-  const uint8_t bytes[16] = {0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x01, 0x00};
-  EXPECT_EQ(Printed([&] { PrintIpv6Address(bytes, true); }), "2001:db8:0:0:0:0:0:100\n");
-  EXPECT_EQ(Printed([&] { PrintIpv6Address(bytes, false); }), "2001:db8:0:0:0:0:0:100");
-}
-
-TEST(NamesIpText, SocketAddressesFillTheRecordOnlyForTheTwoFamilies) {
-  platform::SocketAddress v4{};
-  v4.v4 = {platform::kAfInet, 80, {192, 0, 2, 7}, {}};
-  platform::SocketAddress v6{};
-  v6.v6 = {platform::kAfInet6, 443, 0, {0xfe, 0x80, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1}, 3};
-  platform::SocketAddress other{};
-  other.v4 = {17, 0, {1, 2, 3, 4}, {}};
-  const struct {
-    const char* label;
-    const platform::SocketAddress* address;
-    IpAddress expected;
-  } cases[] = {
-      {"ipv4", &v4, Record({192, 0, 2, 7}, 4)},
-      {"ipv6", &v6, Record(kLinkLocal, 6)},
-      {"other", &other, Record(std::vector<uint8_t>(16, 0xee), 99)},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.label);
-    IpAddress record = Record(std::vector<uint8_t>(16, 0xee), 99);  // stale contents
-    IpAddressFromSocketAddress(&record, c.address);
-    EXPECT_EQ(record.version, c.expected.version);
-    EXPECT_EQ(std::memcmp(record.bytes, c.expected.bytes, 16), 0);
-  }
-}
-
-TEST(NamesIpText, ParsesLiteralsOfEitherFamily) {
-  const struct {
-    const wchar_t* text;
-    bool ok;
-    IpAddress expected;
-  } cases[] = {
-      {L"192.168.0.1", true, Record({192, 168, 0, 1}, 4)},
-      {L"0.0.0.0", true, Record({}, 4)},
-      {L"fe80::1", true, Record(kLinkLocal, 6)},
-      {L"::", true, Record({}, 6)},
-      {L"::ffff:10.0.0.1", true,
-       Record({0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xff, 0xff, 10, 0, 0, 1}, 6)},
-      {L"not an address", false, Record({}, 0)},
-      {L"fe80::1::2", false, Record({}, 0)},
-      {L"", false, Record({}, 0)},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(WideToUtf8(c.text));
-    IpAddress record = Record(std::vector<uint8_t>(16, 0xee), 4);
-    EXPECT_EQ(ParseIpAddress(&record, c.text), c.ok);
-    EXPECT_EQ(record.version, c.expected.version);
-    if (c.ok) {
-      EXPECT_EQ(std::memcmp(record.bytes, c.expected.bytes, 16), 0);
-    }
-  }
-}
-
-TEST(NamesIpText, ParseTriesIpv4BeforeIpv6WithTheirSocketAddressSizes) {
-  testing::FakePlatform fake;
-  IpAddress record = Record({1, 2, 3, 4}, 4);
-  EXPECT_FALSE(ParseIpAddress(&record, L"10.0.0.1"));
-  EXPECT_EQ(record.version, 0u);
-  const std::vector<std::pair<uint16_t, int32_t>> expected = {{2, 16}, {23, 28}};
-  EXPECT_EQ(fake.process.addressRequests, expected);
-}
-
-const Guid kSample = {0xEFDC4955, 0x59FD, 0x43CA, {0x95, 0xBA, 0x5D, 0xE8, 0x72, 0x72, 0x12, 0x46}};
-
-TEST(NamesGuid, FormatsThirtySixLowerCaseCharactersThatParseBack) {
-  const struct {
-    Guid guid;
-    const wchar_t* text;
-  } cases[] = {
-      {kSample, L"efdc4955-59fd-43ca-95ba-5de872721246"},
-      {Guid{}, L"00000000-0000-0000-0000-000000000000"},
-      {{0x1, 0x2, 0x3, {}}, L"00000001-0002-0003-0000-000000000000"},
-      {{0x00ABCDEF, 0x0A0B, 0xF000, {0, 1, 0x10, 0, 0, 0, 0, 0xFF}},
-       L"00abcdef-0a0b-f000-0001-1000000000ff"},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(WideToUtf8(c.text));
-    wchar_t buffer[kGuidTextCapacity + 4];
-    std::fill(std::begin(buffer), std::end(buffer), L'#');
-    FormatGuid(buffer, &c.guid);
-    EXPECT_EQ(std::wstring(buffer), c.text);
-    EXPECT_EQ(std::wcslen(buffer), 36u);
-    EXPECT_EQ(buffer[kGuidTextCapacity], L'#');
-    Guid back{};
-    EXPECT_TRUE(ParseGuid(buffer, &back));
-    EXPECT_TRUE(back == c.guid);
-  }
-}
-
-TEST(NamesGuid, ParsesEitherCaseAndRefusesAnythingElseWithAMessage) {
-  const struct {
-    const wchar_t* text;
-    bool ok;
-  } cases[] = {
-      {L"efdc4955-59fd-43ca-95ba-5de872721246", true},
-      {L"EFDC4955-59FD-43CA-95BA-5DE872721246", true},
-      {L"EfDc4955-59Fd-43cA-95bA-5dE872721246", true},
-      {L"{efdc4955-59fd-43ca-95ba-5de872721246}", false},
-      {L"efdc4955-59fd-43ca-95ba-5de87272124", false},
-      {L"efdc4955-59fd-43ca-95ba-5de8727212460", false},
-      {L"efdc4955-59fd-43ca-95ba-5de87272124g", false},
-      {L"efdc495559fd-43ca-95ba-5de872721246-", false},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(WideToUtf8(c.text));
-    Guid guid{};
-    bool ok = false;
-    const std::string printed = Printed([&] { ok = ParseGuid(c.text, &guid); });
-    EXPECT_EQ(ok, c.ok);
-    EXPECT_EQ(printed, c.ok ? "" : "user supplied UID string is invalid\n");
-    if (c.ok) {
-      EXPECT_TRUE(guid == kSample);
-    }
-  }
-}
-
-TEST(NamesGuid, PrintsFourWordsInMemoryOrderAfterTheIndentation) {
-  const uint32_t words[4] = {0x01234567, 0x89abcdef, 0, 0xdeadbeef};
-  Guid guid;
-  std::memcpy(&guid, words, sizeof guid);
-  const struct {
-    int depth;
-    std::string printed;
-  } cases[] = {
-      {0, "    guid: 01234567 89abcdef 00000000 deadbeef \n"},
-      {2, "            guid: 01234567 89abcdef 00000000 deadbeef \n"},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.depth);
-    EXPECT_EQ(Printed([&] { PrintGuidWords(&guid, c.depth); }), c.printed);
   }
 }
 
