@@ -21,29 +21,19 @@
 #include "platform/self_protection.h"
 #include "platform/service_manager.h"
 #include "tests/conformance/driver_host_setup.h"
+#include "tests/conformance/expect.h"
 
 namespace {
 
 using namespace nw;
 using namespace nw::platform;
+using nw::conformance::Expect;
+using nw::conformance::ExpectEqual;
 
 constexpr uint32_t kSentinel = 0xdeadbeef;
 constexpr const wchar_t* kServices = L"SYSTEM\\CurrentControlSet\\Services";
 constexpr const wchar_t* kRootPath = L"\\SystemRoot\\system32\\drivers\\nwconf_drv.sys";
 constexpr const wchar_t* kBootPath = L"system32\\drivers\\nwconf_drv.sys";
-
-int failures = 0;
-
-void Expect(bool ok, const std::string& what) {
-  if (ok) return;
-  ++failures;
-  std::printf("FAILED: %s\n", what.c_str());
-}
-
-void ExpectEqual(uint32_t actual, uint32_t expected, const std::string& what) {
-  Expect(actual == expected,
-         what + ": " + std::to_string(actual) + ", expected " + std::to_string(expected));
-}
 
 std::wstring ServiceKey(const wchar_t* name) { return std::wstring(kServices) + L"\\" + name; }
 
@@ -291,6 +281,5 @@ int main() {
   CheckNetworkConfiguration();
   CheckVersionAndProtection();
   nw::conformance::TearDownHost();
-  std::printf("%s: %d failed\n", failures == 0 ? "passed" : "FAILED", failures);
-  return failures == 0 ? 0 : 1;
+  return nw::conformance::Verdict();
 }

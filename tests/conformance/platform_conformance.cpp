@@ -13,18 +13,12 @@
 #include "platform/clock.h"
 #include "platform/process.h"
 #include "platform/uuid.h"
+#include "tests/conformance/expect.h"
 
 namespace {
 
 using namespace nw;
-
-int failures = 0;
-
-void Expect(bool ok, const std::string& what) {
-  if (ok) return;
-  ++failures;
-  std::printf("FAILED: %s\n", what.c_str());
-}
+using nw::conformance::Expect;
 
 std::string Bytes(const uint8_t* bytes, size_t count) {
   std::string text;
@@ -162,6 +156,5 @@ int main() {
   CheckUuids();
   CheckClock();
   platform::TheProcess().WsaCleanup();
-  std::printf("%s: %d failed\n", failures == 0 ? "passed" : "FAILED", failures);
-  return failures == 0 ? 0 : 1;
+  return nw::conformance::Verdict();
 }

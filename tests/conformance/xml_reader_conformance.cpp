@@ -19,6 +19,7 @@
 
 #include "base/format.h"
 #include "platform/xml_reader.h"
+#include "tests/conformance/expect.h"
 #include "tests/conformance/xml_documents.h"
 
 namespace {
@@ -28,19 +29,13 @@ using namespace nw::platform;
 using nw::conformance::DocumentPath;
 using nw::conformance::WriteDocument;
 using T = XmlNodeType;
+using nw::conformance::Expect;
 
 /// In a row's end: some failure, whichever. For input cut off inside a tag, where Wine's answer
 /// (NC_E_QNAMECHARACTER) is not the one Windows is known to give.
 constexpr Status kAnyFailure = static_cast<Status>(0x7FFFFFFF);
 
-int failures = 0;
 int skipped = 0;
-
-void Expect(bool ok, const std::string& what) {
-  if (ok) return;
-  ++failures;
-  std::printf("FAILED: %s\n", what.c_str());
-}
 
 std::string Hex(Status status) {
   char text[16];
@@ -534,7 +529,5 @@ int main() {
   CheckOpen();
   for (const Row& row : Rows()) Check(row);
   conformance::RemoveDocumentFolder();
-  std::printf("%s: %d failed, %d skipped\n", failures == 0 ? "passed" : "FAILED", failures,
-              skipped);
-  return failures == 0 ? 0 : 1;
+  return nw::conformance::Verdict(", " + std::to_string(skipped) + " skipped");
 }

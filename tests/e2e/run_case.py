@@ -35,7 +35,8 @@ A case is a folder:
 In host.json and scenario.json, {ROOT} stands for the temporary root as a Windows-form path
 written for JSON; in stdout and debug.log it stands for the same path as plain text, and
 {NATIVE_ROOT} for the root as the operating system writes it, and {EXE} for the program's file
-name.
+name. In stdout, {POINTER} stands for the 16 upper-case hexadecimal digits of an address the
+program prints, which differ from run to run.
 
 Console bytes: the program writes one byte per character, as the C runtime does under its
 default locale (U+0000 to U+00FF; a '?' for anything else), so its standard output is read as
@@ -121,6 +122,14 @@ def read_program(case_dir):
     if program not in PROGRAMS:
         raise SystemExit(f"{case_dir}/program: '{program}' is none of {', '.join(PROGRAMS)}")
     return program
+
+
+def same_output(expected, actual):
+    """Equal text, where each {POINTER} of the expectation stands for one "%p" of the run."""
+    pieces = expected.split("{POINTER}")
+    if len(pieces) == 1:
+        return expected == actual
+    return re.fullmatch("[0-9A-F]{16}".join(map(re.escape, pieces)), actual) is not None
 
 
 def show_difference(what, expected, actual):
@@ -249,7 +258,7 @@ def run(build_dir, case_dir):
             return (text.replace("{NATIVE_ROOT}", root).replace("{ROOT}", root_win)
                     .replace("{EXE}", program))
 
-        if actual_stdout != expand(expected_stdout):
+        if not same_output(expand(expected_stdout), actual_stdout):
             show_difference("stdout", expand(expected_stdout), actual_stdout)
             failures.append("stdout")
         status = result.returncode & 0xFF
@@ -467,7 +476,7 @@ def run_wine(build_dir, prepared_dir, case_dir):
             failures.append("standard output does not end every line with exactly \\r\\n: " +
                             repr(raw_stdout))
         actual_stdout = raw_stdout.replace("\r\n", "\n")
-        if actual_stdout != expand(expected_stdout):
+        if not same_output(expand(expected_stdout), actual_stdout):
             show_difference("stdout", expand(expected_stdout), actual_stdout)
             failures.append("stdout")
         status = result.returncode & 0xFF

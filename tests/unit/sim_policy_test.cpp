@@ -436,57 +436,6 @@ TEST(SimPolicyTermTest, EachGetterDeliversItsKindAndRefusesOthers) {
   policy->Release();
 }
 
-const char* const kP1 = "00000001-0000-0000-0000-000000000000";
-const char* const kP2 = "00000002-0000-0000-0000-000000000000";
-const char* const kP3 = "00000003-0000-0000-0000-000000000000";
-
-Json ThreePolicies() {
-  return Json::parse(R"({"policies": {"list": [
-      {"uid": "00000001-0000-0000-0000-000000000000", "type": 4, "name": "s1"},
-      {"uid": "00000002-0000-0000-0000-000000000000", "type": 2, "name": "p1"},
-      {"uid": "00000003-0000-0000-0000-000000000000", "type": 4, "name": "s2"}]}})");
-}
-
-std::vector<std::string> Listed(PolicyManager* manager, int32_t type, Status* status) {
-  IGuidList* list = nullptr;
-  *status = manager->GetExistingPolicyList(&list, type);
-  std::vector<std::string> uids;
-  if (list == nullptr) return uids;
-  for (uint64_t i = 0; i < list->GetCount(); ++i) uids.push_back(GuidText(list->GetGuids()[i]));
-  list->Release();
-  return uids;
-}
-
-// The manager reads the store at every call; an object handed out keeps the policy it has.
-TEST(SimPolicyManagerTest, DeleteChangesTheStoreAndSavesIt) {
-  PolicyCore core(ThreePolicies());
-  IPolicy* held = core.Fetch(kP3);
-  const Guid p3 = Uid(kP3);
-  EXPECT_EQ(core.manager->DeletePolicy(&p3), 0);
-  EXPECT_EQ(core.manager->DeletePolicy(&p3), kStatusNotFound);
-  Status status = 0;
-  EXPECT_EQ(Listed(core.manager, 4, &status), (std::vector<std::string>{kP1}));
-  EXPECT_STREQ(held->GetName(), L"s2");
-  held->Release();
-  IPolicy* gone = nullptr;
-  EXPECT_EQ(core.manager->GetExistingPolicy(&gone, &p3), kStatusNotFound);
-
-  Json saved;
-  std::string error;
-  ASSERT_TRUE(LoadJsonFile(core.path(), &saved, &error)) << error;
-  PolicyStore store;
-  JsonChecker check("saved");
-  ASSERT_TRUE(ParsePolicies(check, saved["policies"], "/policies", &store)) << check.error();
-  ASSERT_EQ(store.policies.size(), 2u);
-  EXPECT_EQ(store.policies[1]->name, L"p1");
-
-  Json generated = ThreePolicies();
-  generated["policies"]["generated"] = {{"count", 4}, {"rules", 1}, {"matches", 1}};
-  PolicyCore withSet(generated);
-  const Guid member = GeneratedPolicyUid(GeneratedPolicies{4, 1, 1, 0}, 3);
-  EXPECT_EQ(withSet.manager->DeletePolicy(&member), kStatusNotImplemented);
-}
-
 // A scenario that holds every kind of field, with values that differ from the defaults.
 const char kRichPolicies[] = R"({
   "list": [{
@@ -730,23 +679,6 @@ TEST(SimPolicyGeneratedTest, ListingAGeneratedSetFailsNowhere) {
   EXPECT_EQ(rules, 12u * 20u * 2u);
   EXPECT_NE(out.find("                Aggregate Match\n"), std::string::npos);
   EXPECT_EQ(core.state->LiveObjects(), 1u);
-}
-
-TEST(SimPolicyTraceTest, StatusOperationsAreTraced) {
-  Json scenario = TermPolicy(Json::parse(R"([{"uint16": 1}])"));
-  scenario["debug"] = {{"trace", true}};
-  PolicyCore core(scenario);
-  IPolicy* policy = core.Fetch(kPolicy);
-  uint16_t value = 0;
-  FirstTerms(policy)->GetUint16(0, &value);
-  policy->Release();
-  const std::vector<std::wstring> expected = {
-      L"kvxfwctl: IPolicyManager::GetExistingPolicy -> 00000000\n",
-      L"kvxfwctl: IPolicy::SetIterationMode -> 00000000\n",
-      L"kvxfwctl: IMatchTerms::GetUint16 -> 00000000\n",
-      L"kvxfwctl: IPolicy::Release -> 0\n",
-  };
-  EXPECT_EQ(*core.lines, expected);
 }
 
 }  // namespace

@@ -95,22 +95,6 @@ TEST(AddressTextTest, LiteralsAndRefusals) {
 
 // ---- Scenario sections ----------------------------------------------------------------------
 
-TEST(ScenarioTablesTest, AbsentAndNullSections) {
-  Scenario absent;
-  std::string error;
-  ASSERT_TRUE(Parse("{}", &absent, &error)) << error;
-  ASSERT_TRUE(absent.tables.adapters);
-  EXPECT_TRUE(absent.tables.adapters->empty());
-  ASSERT_TRUE(absent.tables.addresses);
-  EXPECT_EQ(absent.tables.connections.size(), 0u);
-  EXPECT_EQ(absent.tables.processes.size(), 0u);
-
-  Scenario null;
-  ASSERT_TRUE(Parse(R"({"adapters": null, "addresses": null})", &null, &error)) << error;
-  EXPECT_FALSE(null.tables.adapters);
-  EXPECT_FALSE(null.tables.addresses);
-}
-
 TEST(ScenarioTablesTest, RefusesBadSectionsNamingThePath) {
   const std::string address =
       "expected an IPv4 or IPv6 literal, null, or {\"address\": <literal>, \"version\": "

@@ -301,59 +301,6 @@ TEST(CoreTest, UnknownNamesAndInterfacesAreRefused) {
   reg->Release();
 }
 
-TEST(CoreTest, ControlGettersHandOutObjectsOrFailWithNullOut) {
-  enum Getter { kPolicy, kBlacklist, kConnections };
-  const struct {
-    const char* faults;
-    Getter getter;
-    const Guid* iid;
-    Status expected;
-  } cases[] = {
-      {"{}", kPolicy, &PolicyManagerInterfaceId, 0},
-      {"{}", kPolicy, &HighPriorityIpListInterfaceId, Hr(0x80004002)},
-      {R"({"GetPolicyManager": "0x80004005"})", kPolicy, &PolicyManagerInterfaceId, Hr(0x80004005)},
-      {"{}", kBlacklist, &HighPriorityIpListInterfaceId, 0},
-      {"{}", kBlacklist, &ControlInterfaceId, Hr(0x80004002)},
-      {R"({"GetHighPriorityIpListControl": "0xC0000022"})", kBlacklist,
-       &HighPriorityIpListInterfaceId, Hr(0xC0000022)},
-      {"{}", kConnections, &ConnectionTableInterfaceId, 0},
-      {"{}", kConnections, &ControlInterfaceId, Hr(0x80004002)},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(std::string(c.faults) + " getter " + std::to_string(c.getter));
-    TestLibrary<CoreState> lib("kvxfwctl", std::string(R"({"faults": )") + c.faults + "}");
-    IRegisterPointProduct* reg = nullptr;
-    ASSERT_EQ(
-        CoreGetInterface(lib.state, "VantorRegisterPointProduct3", reinterpret_cast<void**>(&reg)),
-        0);
-    IControl* control = nullptr;
-    ASSERT_EQ(reg->Register(&control, &ControlInterfaceId, &PointProductId), 0);
-    // A stale value in the out pointer must not survive a failure.
-    void* out = &lib;
-    Status status = 0;
-    switch (c.getter) {
-      case kPolicy:
-        status = control->GetPolicyManager(reinterpret_cast<IPolicyManager**>(&out), c.iid);
-        if (out != nullptr) static_cast<IPolicyManager*>(out)->Release();
-        break;
-      case kBlacklist:
-        status = control->GetHighPriorityIpListControl(
-            reinterpret_cast<IHighPriorityIpListControl**>(&out), c.iid);
-        if (out != nullptr) static_cast<IHighPriorityIpListControl*>(out)->Release();
-        break;
-      case kConnections:
-        status = control->GetConnectionTable(reinterpret_cast<IConnectionTable**>(&out), c.iid);
-        if (out != nullptr) static_cast<IConnectionTable*>(out)->Release();
-        break;
-    }
-    EXPECT_EQ(status, c.expected);
-    EXPECT_EQ(out != nullptr, c.expected == 0);
-    control->Release();
-    reg->Release();
-    EXPECT_EQ(lib.state->LiveObjects(), 0u);
-  }
-}
-
 // Runs the program's driver sequence; returns the two statuses (the second -1 when not sent).
 std::pair<Status, Status> ConnectAndSend(TestLibrary<LibraryState>& lib, const wchar_t* driver,
                                          uint32_t code) {
@@ -428,37 +375,6 @@ TEST(DriverLinkTest, GettingAConnectorFailsForBadScenarioFaultOrName) {
     EXPECT_EQ(connector != nullptr, c.expected == 0);
     if (connector != nullptr) connector->Release();
   }
-}
-
-TEST(DebugOutputTest, TracesEachCallAndReportsLeaksInCreationOrder) {
-  TestLibrary<CoreState> lib("kvxfwctl",
-                             R"({"debug": {"trace": true}, "faults": {"GetPolicyManager": -1}})");
-  IRegisterPointProduct* reg = nullptr;
-  CoreGetInterface(lib.state, "VantorRegisterPointProduct3", reinterpret_cast<void**>(&reg));
-  IControl* control = nullptr;
-  reg->Register(&control, &ControlInterfaceId, &PointProductId);
-  IPolicyManager* policy = nullptr;
-  control->GetPolicyManager(&policy, &PolicyManagerInterfaceId);
-  IHighPriorityIpListControl* blacklist = nullptr;
-  control->GetHighPriorityIpListControl(&blacklist, &HighPriorityIpListInterfaceId);
-  control->Release();
-  lib.state->Unload();
-  blacklist->Release();
-  reg->Release();
-  const std::vector<std::wstring> expected = {
-      L"kvxfwctl: NotComDllGetInterface(VantorRegisterPointProduct3) -> 00000000\n",
-      L"kvxfwctl: IRegisterPointProduct::Register -> 00000000\n",
-      L"kvxfwctl: IControl::GetPolicyManager -> ffffffff\n",
-      L"kvxfwctl: IControl::GetHighPriorityIpListControl -> 00000000\n",
-      L"kvxfwctl: IControl::Release -> 0\n",
-      L"kvxfwctl: NotComDllUnload\n",
-      L"kvxfwctl: leak: IRegisterPointProduct still referenced (refs 1)\n",
-      L"kvxfwctl: leak: IHighPriorityIpListControl still referenced (refs 1)\n",
-      L"kvxfwctl: leak: point product {EFDC4955-59FD-43CA-95BA-5DE872721246} still registered\n",
-      L"kvxfwctl: IHighPriorityIpListControl::Release -> 0\n",
-      L"kvxfwctl: IRegisterPointProduct::Release -> 0\n",
-  };
-  EXPECT_EQ(*lib.lines, expected);
 }
 
 TEST(DebugOutputTest, LeakReportFollowsDebugOptionsAndBadScenarioIsReportedOnce) {

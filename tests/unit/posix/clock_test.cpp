@@ -44,41 +44,30 @@ class ClockHost {
   std::string error_;
 };
 
-TEST(HostClock, ScriptedReadingsMoveOnByTheirSteps) {
-  ClockHost host(
-      R"({"clock": {"frequency": 1000, "counter": 5, "counterStep": 250, "cycles": 18446744073709551615,
-                    "cycleStep": 2}})");
-  ASSERT_TRUE(host.ok()) << host.error();
-  platform::Clock& clock = platform::TheClock();
-  EXPECT_EQ(clock.QueryPerformanceFrequency(), 1000u);
-  EXPECT_EQ(clock.QueryPerformanceCounter(), 5u);
-  EXPECT_EQ(clock.QueryPerformanceCounter(), 255u);
-  EXPECT_EQ(clock.ReadCycleCounter(), UINT64_MAX);
-  EXPECT_EQ(clock.ReadCycleCounter(), 1u);  // wraps as the processor's counter would
-  EXPECT_EQ(clock.QueryPerformanceFrequency(), 1000u);
-  EXPECT_EQ(clock.QueryPerformanceCounter(), 505u);
-}
-
-TEST(HostClock, DefaultsAreATenMegahertzCounterAndAThreeGigahertzProcessor) {
-  ClockHost host(R"({"clock": {}})");
-  ASSERT_TRUE(host.ok()) << host.error();
-  platform::Clock& clock = platform::TheClock();
-  EXPECT_EQ(clock.QueryPerformanceFrequency(), 10000000u);
-  EXPECT_EQ(clock.QueryPerformanceCounter(), 0u);
-  EXPECT_EQ(clock.QueryPerformanceCounter(), 1000000u);
-  EXPECT_EQ(clock.ReadCycleCounter(), 0u);
-  EXPECT_EQ(clock.ReadCycleCounter(), 3000000000u);
-}
-
-TEST(HostClock, TheSmallestStepsAreAccepted) {
-  ClockHost host(R"({"clock": {"frequency": 1, "counterStep": 1, "cycleStep": 1}})");
-  ASSERT_TRUE(host.ok()) << host.error();
-  platform::Clock& clock = platform::TheClock();
-  EXPECT_EQ(clock.QueryPerformanceFrequency(), 1u);
-  EXPECT_EQ(clock.QueryPerformanceCounter(), 0u);
-  EXPECT_EQ(clock.QueryPerformanceCounter(), 1u);
-  EXPECT_EQ(clock.ReadCycleCounter(), 0u);
-  EXPECT_EQ(clock.ReadCycleCounter(), 1u);
+// Each reading moves on by its step; the cycle counter wraps as the processor's would.
+TEST(HostClock, ReadingsMoveOnByTheirSteps) {
+  const struct {
+    const char* clock;
+    uint64_t frequency, counters[2], cycles[2];
+  } cases[] = {
+      {R"({"frequency": 1000, "counter": 5, "counterStep": 250, "cycles": 18446744073709551615,
+           "cycleStep": 2})",
+       1000, {5, 255}, {UINT64_MAX, 1}},
+      {"{}", 10000000, {0, 1000000}, {0, 3000000000}},  // ten megahertz, three gigahertz
+      {R"({"frequency": 1, "counterStep": 1, "cycleStep": 1})", 1, {0, 1}, {0, 1}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.clock);
+    ClockHost host(std::string(R"({"clock": )") + c.clock + "}");
+    ASSERT_TRUE(host.ok()) << host.error();
+    platform::Clock& clock = platform::TheClock();
+    EXPECT_EQ(clock.QueryPerformanceFrequency(), c.frequency);
+    EXPECT_EQ(clock.QueryPerformanceCounter(), c.counters[0]);
+    EXPECT_EQ(clock.QueryPerformanceCounter(), c.counters[1]);
+    EXPECT_EQ(clock.ReadCycleCounter(), c.cycles[0]);
+    EXPECT_EQ(clock.ReadCycleCounter(), c.cycles[1]);
+    EXPECT_EQ(clock.QueryPerformanceFrequency(), c.frequency);
+  }
 }
 
 TEST(HostClock, BadClocksAreRefused) {

@@ -94,80 +94,6 @@ platform::ServiceHandle Open(const wchar_t* name, uint32_t access, uint32_t* err
   return service;
 }
 
-TEST(EmulatedServiceManager, ChangesReachTheRegistryAndTheHostFile) {
-  DriverHostFile host(kDrivers);
-  ASSERT_TRUE(host.ok()) << host.error();
-  platform::ServiceManager& scm = platform::TheServiceManager();
-  uint32_t error = 0;
-  platform::ServiceHandle service = Open(L"kvxwfpk", platform::kServiceChangeConfig, &error);
-  ASSERT_NE(service, nullptr);
-  EXPECT_TRUE(scm.ChangeServiceConfig(service, platform::kServiceNoChange, 0,
-                                      platform::kServiceNoChange, L"system32\\drivers\\kvxwfpk.sys",
-                                      &error));
-  EXPECT_FALSE(scm.ChangeServiceConfig(service, platform::kServiceNoChange, 5,
-                                       platform::kServiceNoChange, nullptr, &error));
-  EXPECT_EQ(error, 87u);
-  scm.CloseServiceHandle(service);
-  const Json saved = host.Saved()["registry"]["HKLM\\SYSTEM\\CurrentControlSet\\Services\\kvxwfpk"];
-  EXPECT_EQ(saved["Start"], 0);
-  EXPECT_EQ(saved["ImagePath"],
-            Json({{"type", "REG_EXPAND_SZ"}, {"data", "system32\\drivers\\kvxwfpk.sys"}}));
-  EXPECT_FALSE(saved.contains("Type")) << "what does not change is not written";
-
-  // A handle opened for reading may not change the configuration.
-  service = Open(L"kvxwfpk", platform::kGenericRead, &error);
-  EXPECT_FALSE(scm.ChangeServiceConfig(service, platform::kServiceNoChange, 3,
-                                       platform::kServiceNoChange, nullptr, &error));
-  EXPECT_EQ(error, 5u);
-  scm.CloseServiceHandle(service);
-}
-
-TEST(EmulatedServiceManager, StopAndStartFollowTheRunState) {
-  DriverHostFile host(kDrivers);
-  ASSERT_TRUE(host.ok()) << host.error();
-  platform::ServiceManager& scm = platform::TheServiceManager();
-  const uint32_t both = platform::kServiceStop | platform::kServiceStart;
-  const struct {
-    const wchar_t* service;
-    bool stop;
-    uint32_t error;
-  } steps[] = {{L"kvxnlfk", true, 0},     {L"kvxnlfk", true, 1062},  {L"kvxnlfk", false, 0},
-               {L"kvxnlfk", false, 1056}, {L"kvxwfpk", false, 1058}, {L"stubborn", true, 1051},
-               {L"stubborn", false, 1056}};
-  for (const auto& step : steps) {
-    uint32_t error = 0;
-    platform::ServiceHandle service = Open(step.service, both, &error);
-    ASSERT_NE(service, nullptr);
-    const bool ok = step.stop ? scm.ControlService(service, platform::kServiceControlStop, &error)
-                              : scm.StartService(service, &error);
-    EXPECT_EQ(ok, step.error == 0) << WideToUtf8(step.service) << " " << step.stop;
-    if (step.error != 0) {
-      EXPECT_EQ(error, step.error) << WideToUtf8(step.service);
-    }
-    scm.CloseServiceHandle(service);
-  }
-  EXPECT_EQ(host.Saved()["services"]["kvxnlfk"]["running"], true);
-
-  uint32_t error = 0;
-  platform::ServiceHandle service = Open(L"kvxnlfk", platform::kGenericExecute, &error);
-  EXPECT_TRUE(scm.ControlService(service, platform::kServiceControlStop, &error));
-  scm.CloseServiceHandle(service);
-  EXPECT_EQ(host.Saved()["services"]["kvxnlfk"]["running"], false);
-  service = Open(L"kvxnlfk", platform::kGenericRead, &error);
-  EXPECT_FALSE(scm.StartService(service, &error));
-  EXPECT_EQ(error, 5u);
-  scm.CloseServiceHandle(service);
-}
-
-TEST(EmulatedServiceManager, FaultsAreTheCallsErrors) {
-  DriverHostFile host(R"({"services": {"kvxnlfk": {}}, "faults": {"OpenSCManager": 1115}})");
-  ASSERT_TRUE(host.ok()) << host.error();
-  uint32_t error = 0;
-  EXPECT_EQ(platform::TheServiceManager().OpenSCManager(platform::kGenericRead, &error), nullptr);
-  EXPECT_EQ(error, 1115u);
-  EXPECT_EQ(platform::ThreadLastError(), 1115u);
-}
-
 constexpr const char* kProtected = R"({
   "registry": {"HKLM\\SYSTEM\\CurrentControlSet\\Services\\kvxnlfk": {"Start": 1}},
   "services": {"kvxnlfk": {"running": true}},
@@ -422,19 +348,6 @@ TEST(EmulatedMutexesAndVersion, AsTheHostFileSays) {
   EXPECT_EQ(version.minor, 1u);
   EXPECT_EQ(version.servicePackMajor, 1u);
   EXPECT_EQ(version.servicePackMinor, 0u);
-}
-
-TEST(EmulatedMutexesAndVersion, DefaultsAndAMissingRtlGetVersion) {
-  {
-    DriverHostFile host("{}");
-    platform::OsVersionInfo version;
-    ASSERT_TRUE(platform::TheOsVersion().RtlGetVersion(&version));
-    EXPECT_EQ(version.major * 10 + version.minor, 100u);
-  }
-  DriverHostFile host(R"({"osVersion": null})");
-  ASSERT_TRUE(host.ok()) << host.error();
-  platform::OsVersionInfo version;
-  EXPECT_FALSE(platform::TheOsVersion().RtlGetVersion(&version));
 }
 
 TEST(DriverHostFileErrors, NameThePathAndWhatWasExpected) {
