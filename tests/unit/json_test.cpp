@@ -83,7 +83,8 @@ TEST(JsonText, AFileHoldsAtMostAMillionValues) {
 TEST(JsonText, SyntaxErrorsAreReportedAsInvalidJsonWithoutTheLibrarysNumbering) {
   for (const char* text : {"", "{", R"({"a": })", "{} x", "[1,]", "{'a': 1}", "\"\xff\""}) {
     const std::string error = ParseError(text);
-    EXPECT_EQ(error.rfind("s.json: not valid JSON: parse error at line 1, column ", 0), 0u) << error;
+    EXPECT_EQ(error.rfind("s.json: not valid JSON: parse error at line 1, column ", 0), 0u)
+        << error;
   }
 }
 
@@ -139,34 +140,6 @@ TEST(JsonText, LargeObjectsKeepTheirOrderAndFindEveryField) {
   EXPECT_EQ(JsonFileText(again), JsonFileText(doc));
   EXPECT_EQ(JsonFileText(Json::parse(R"({"b": 1, "a": [true]})")),
             "{\n  \"b\": 1,\n  \"a\": [\n    true\n  ]\n}\n");
-}
-
-TEST(JsonText, EditsThroughTheJsonInterfaceKeepTheIndexTrue) {
-  Json doc = Json::object();
-  for (int i = 0; i < 40; ++i) doc["f" + std::to_string(i)] = i;
-  doc.erase("f3");
-  doc.erase(doc.find("f30"));
-  doc["f3"] = "back";  // re-added at the end
-  Json copy = doc;
-  copy["f0"] = "changed";
-  copy.erase("f1");
-  EXPECT_EQ(doc["f0"], 0) << "a copy is independent";
-  EXPECT_TRUE(doc.contains("f1"));
-  EXPECT_EQ(doc.size(), 39u);
-  EXPECT_EQ(std::prev(doc.end()).key(), "f3");
-  EXPECT_EQ(doc["f3"], "back");
-  EXPECT_FALSE(doc.contains("f30"));
-  for (int i = 0; i < 40; ++i) {
-    if (i == 3 || i == 30) continue;
-    EXPECT_EQ(doc.at("f" + std::to_string(i)), i);
-  }
-  doc.update(Json{{"f5", "updated"}, {"new", true}});
-  EXPECT_EQ(doc["f5"], "updated");
-  EXPECT_EQ(std::prev(doc.end()).key(), "new");
-  doc.clear();
-  EXPECT_FALSE(doc.contains("f5"));
-  doc["again"] = 1;
-  EXPECT_EQ(doc.size(), 1u);
 }
 
 // Every operation of the map checked after each step against a plain list of pairs searched in

@@ -38,7 +38,6 @@ class TempFolder {
   std::filesystem::path path_;
 };
 
-
 // One process's view of the core: its own library state over the given files.
 struct Core {
   Core(std::optional<std::string> scenarioFile, std::string defaultStateFile = "") {

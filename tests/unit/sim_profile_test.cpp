@@ -1,45 +1,17 @@
-// The simulated driver's profiler: the scenario's "profiler" and "profile" fields, the reply
-// the read request gets, and the answers to requests 63 to 65 through the link the program uses.
+// The simulated driver's profiler: the scenario's "profiler" and "profile" fields and the reply
+// the read request gets (what the link answers is pinned by the end-to-end cases).
 
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <filesystem>
-#include <fstream>
-#include <memory>
-#include <random>
 #include <string>
 #include <vector>
 
-#include "core/interfaces.h"
-#include "sim/common/library_state.h"
 #include "sim/common/scenario.h"
-#include "sim/core/default_scenario.h"
-#include "sim/drvlink/drvlink_objects.h"
 #include "sim/drvlink/profile_reply.h"
 
 namespace nw::sim {
 namespace {
-
-// A driver-link library state reading the given scenario text from a file of its own.
-class DriverLinkLibrary {
- public:
-  explicit DriverLinkLibrary(const std::string& scenario) {
-    std::random_device random;
-    file_ = (std::filesystem::temp_directory_path() /
-             ("nw-profile-test-" + std::to_string(random()) + ".json"))
-                .string();
-    std::ofstream(file_, std::ios::binary) << scenario;
-    state = std::make_shared<LibraryState>(LibraryState::Options{
-        "kvxhida", DefaultScenarioText(), file_, "", [](const std::wstring&) {}, false});
-  }
-  ~DriverLinkLibrary() { std::filesystem::remove(file_); }
-
-  std::shared_ptr<LibraryState> state;
-
- private:
-  std::string file_;
-};
 
 std::string ParseError(const std::string& text) {
   Json doc = Json::parse(text);
@@ -165,64 +137,6 @@ TEST(ProfileReply, HeaderAndRecordsAtTheirOffsetsLittleEndian) {
   EXPECT_EQ(Text(reply, second, 66), std::string(64, 'f') + "Fn");  // no terminator
   EXPECT_EQ(Le(reply, second + 128, 4), 0x01020304u);
   EXPECT_EQ(Le(reply, second + 160, 8), 0xA4u);
-}
-
-TEST(DriverLinkProfiler, AnswersStartStopAndReadAsTheScenarioSays) {
-  const std::string big = R"({"driverLink": {"profile": {"dataSize": 100000}}})";
-  const struct {
-    std::string scenario;
-    uint32_t code;
-    uint32_t outputSize;  // 0: no buffer at all
-    Status status;
-    uint32_t returned;
-    uint64_t announced;  // read from the buffer when bytes came back
-  } cases[] = {
-      {"{}", 63, 0, 0, 0, 0},
-      {"{}", 64, 0, 0, 0, 0},
-      {"{}", 65, 4096, 0, 72, 40},
-      {"{}", 65, 32, 0, 32, 40},
-      {"{}", 65, 31, 122, 0, 0},
-      {"{}", 65, 0, 122, 0, 0},
-      {R"({"driverLink": {"profiler": false}})", 63, 0, 1, 0, 0},
-      {R"({"driverLink": {"profiler": false}})", 64, 0, 1, 0, 0},
-      {R"({"driverLink": {"profiler": false}})", 65, 4096, 1, 0, 0},
-      {big, 65, 65536, 0, 65536, 100000},
-      {big, 65, 200032, 0, 100032, 100000},
-      {R"({"driverLink": {"profile": {"replyLimit": 20}}})", 65, 65536, 0, 20, 40},
-      {R"({"driverLink": {"profile": {"announcedSize": 1000}}})", 65, 65536, 0, 72, 1000},
-      {R"({"faults": {"SendControlRequest:65": 8}})", 65, 4096, 8, 0, 0},
-      {R"({"faults": {"SendControlRequest:65": 8}})", 63, 0, 0, 0, 0},
-      {R"({"faults": {"SendControlRequest:63": 5, "SendControlRequest": 6}})", 63, 0, 5, 0, 0},
-      {R"({"faults": {"SendControlRequest:63": 5, "SendControlRequest": 6}})", 64, 0, 6, 0, 0},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.scenario + " " + std::to_string(c.code) + " " + std::to_string(c.outputSize));
-    DriverLinkLibrary lib(c.scenario);
-    IDriverLinkConnector* connector = nullptr;
-    ASSERT_EQ(
-        DriverLinkGetInterface(lib.state, "DrvLinkConnect", reinterpret_cast<void**>(&connector)),
-        0);
-    IDriverLink* link = nullptr;
-    ASSERT_EQ(connector->ConnectToContentDriver(L"kvxfirek.sys", &link), 0);
-    std::vector<uint8_t> buffer(c.outputSize, 0xEE);
-    uint32_t returned = 0xDEADBEEF;
-    EXPECT_EQ(link->SendControlRequest(c.code, nullptr, 0, c.outputSize ? buffer.data() : nullptr,
-                                       c.outputSize, &returned),
-              c.status);
-    if (c.status == 0 || c.status == 122 || c.status == 1) {
-      EXPECT_EQ(returned, c.returned);
-    }
-    if (c.returned >= 8) {
-      EXPECT_EQ(Le(buffer, 0, 8), c.announced);
-    }
-    // Nothing is written past what the driver says it returned.
-    for (size_t i = c.returned; i < buffer.size(); ++i) {
-      ASSERT_EQ(buffer[i], 0xEE) << i;
-    }
-    link->Release();
-    connector->Release();
-    EXPECT_EQ(lib.state->LiveObjects(), 0u);
-  }
 }
 
 }  // namespace

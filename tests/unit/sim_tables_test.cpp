@@ -27,7 +27,6 @@ std::vector<uint8_t> Bytes(const IpAddress& address) {
   return {address.bytes, address.bytes + sizeof address.bytes};
 }
 
-
 bool Parse(const std::string& text, Scenario* out, std::string* error) {
   Json doc;
   if (!ParseJsonText(text, "s.json", &doc, error)) return false;

@@ -353,30 +353,6 @@ TEST(DriverLinkTest, ConnectsToTheFirewallDriverAndAnswersItsRequest) {
   }
 }
 
-TEST(DriverLinkTest, GettingAConnectorFailsForBadScenarioFaultOrName) {
-  const struct {
-    const char* scenario;
-    const char* name;
-    Status expected;
-  } cases[] = {
-      {"{}", "DrvLinkConnect", 0},
-      {"{}", "DrvLink", Hr(0x80004002)},
-      {R"({"faults": {"DrvLinkConnect": "0x80070005"}})", "DrvLinkConnect", Hr(0x80070005)},
-      {R"({"faults": {"DrvLinkConnect": "0x80070005"}})", "DrvLinkConnectAsync", 0},
-      {R"({"faults": {"DrvLinkConnectAsync": 7}})", "DrvLinkConnectAsync", 7},
-      {R"({"debug": []})", "DrvLinkConnectAsync", Hr(0x8007000D)},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(std::string(c.scenario) + " " + c.name);
-    TestLibrary<LibraryState> lib("kvxhida", c.scenario);
-    IDriverLinkConnector* connector = nullptr;
-    EXPECT_EQ(DriverLinkGetInterface(lib.state, c.name, reinterpret_cast<void**>(&connector)),
-              c.expected);
-    EXPECT_EQ(connector != nullptr, c.expected == 0);
-    if (connector != nullptr) connector->Release();
-  }
-}
-
 TEST(DebugOutputTest, LeakReportFollowsDebugOptionsAndBadScenarioIsReportedOnce) {
   const struct {
     const char* scenario;

@@ -52,7 +52,9 @@ TEST(HostClock, ReadingsMoveOnByTheirSteps) {
   } cases[] = {
       {R"({"frequency": 1000, "counter": 5, "counterStep": 250, "cycles": 18446744073709551615,
            "cycleStep": 2})",
-       1000, {5, 255}, {UINT64_MAX, 1}},
+       1000,
+       {5, 255},
+       {UINT64_MAX, 1}},
       {"{}", 10000000, {0, 1000000}, {0, 3000000000}},  // ten megahertz, three gigahertz
       {R"({"frequency": 1, "counterStep": 1, "cycleStep": 1})", 1, {0, 1}, {0, 1}},
   };
