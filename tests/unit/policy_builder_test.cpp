@@ -621,7 +621,7 @@ TEST(BlacklistBuilderTest, Failures) {
 
 TEST(DeletePolicyByUidTest, FormAndResult) {
   Core core(
-      R"({"policies": {"list": [{"uid": "0000000a-0000-4000-8000-00000000000b", "type": 2}]}})");
+      R"({"policies": {"list": [{"uid": "9000000a-0000-4000-8000-00000000009b", "type": 2}]}})");
   const struct {
     const wchar_t* text;
     const char* printed;
@@ -634,8 +634,8 @@ TEST(DeletePolicyByUidTest, FormAndResult) {
        "Error, guid must look like this: xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx.\n"},
       {L"0000000g-0000-4000-8000-00000000000b",
        "Error, guid must look like this: xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx.\n"},
-      {L"0000000A-0000-4000-8000-00000000000C", "    Error deleting policy: 80070490.\n"},
-      {L"0000000A-0000-4000-8000-00000000000B", "    Policy was deleted successfully.\n"},
+      {L"9000000A-0000-4000-8000-00000000009C", "    Error deleting policy: 80070490.\n"},
+      {L"9000000A-0000-4000-8000-00000000009B", "    Policy was deleted successfully.\n"},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(Printed([&] { DeletePolicyByUid(core.connection.policyManager, c.text); }),
