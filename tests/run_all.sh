@@ -13,7 +13,7 @@ export DEBIAN_FRONTEND=noninteractive
 $SUDO apt-get update -qq
 $SUDO apt-get install -y -qq g++ cmake nlohmann-json3-dev libssl-dev libgtest-dev python3 \
   uuid-dev pkg-config libbenchmark-dev g++-mingw-w64-x86-64-posix wine64 osslsigncode openssl \
-  libxml2-dev clang >/dev/null
+  libxml2-dev libcli11-dev clang >/dev/null
 
 # The Windows build first: the Linux configure step looks for it and, with Wine present, runs
 # every end-to-end case against it too.

@@ -54,4 +54,19 @@ std::optional<int32_t> FaultForCall(const FaultRules& rules, uint64_t call) {
   return std::nullopt;
 }
 
+Json FaultRulesToJson(const FaultRules& rules) {
+  if (rules.size() == 1 && rules[0].first == 1 && rules[0].last == UINT64_MAX) {
+    return rules[0].status;
+  }
+  Json list = Json::array();
+  for (const FaultRule& rule : rules) {
+    if (rule.first == rule.last) {
+      list.push_back(Json{{"status", rule.status}, {"call", rule.first}});
+    } else {
+      list.push_back(Json{{"status", rule.status}, {"from", rule.first}});
+    }
+  }
+  return list;
+}
+
 }  // namespace nw::sim

@@ -28,6 +28,10 @@ using FaultRules = std::vector<FaultRule>;
 /// objects. Calls count from 1.
 bool ParseFaultRules(JsonChecker& check, const Json& v, const std::string& path, FaultRules* out);
 
+/// The entry as ParseFaultRules reads it back: a bare status when every call fails, else the
+/// list of its rules.
+Json FaultRulesToJson(const FaultRules& rules);
+
 /// The status the entry gives its call-th call, if it hits that one.
 std::optional<int32_t> FaultForCall(const FaultRules& rules, uint64_t call);
 

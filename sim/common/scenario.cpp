@@ -4,6 +4,8 @@
 #include <iterator>
 #include <limits>
 
+#include "base/format.h"
+
 namespace nw::sim {
 namespace {
 
@@ -431,6 +433,19 @@ bool ParsePolicySection(JsonChecker& check, const Json& v, const std::string& pa
   return ParsePolicies(check, v, path, &s->policies);
 }
 
+bool ParseCapture(JsonChecker& check, const Json& v, const std::string& path, Scenario* s) {
+  if (!check.Object(v, path, {"notes"})) return false;
+  auto notes = v.find("notes");
+  if (notes == v.end()) return true;
+  const std::string at = JsonPath(path, "notes");
+  if (!notes->is_array()) return check.Fail(at, "a list of texts");
+  for (size_t i = 0; i < notes->size(); ++i) {
+    if (!(*notes)[i].is_string()) return check.Fail(JsonPath(at, i), "a text");
+    s->captureNotes.push_back((*notes)[i].get<std::string>());
+  }
+  return true;
+}
+
 using SectionParser = bool (*)(JsonChecker& check, const Json& value, const std::string& path,
                                Scenario* scenario);
 
@@ -455,6 +470,7 @@ constexpr Section kSections[] = {
     {"processes", ParseProcesses},
     {"blacklist", ParseBlacklist},
     {"policies", ParsePolicySection},  // the policy store (scenario_policies.cpp)
+    {"capture", ParseCapture},
 };
 
 bool CheckTopLevelKeys(JsonChecker& check, const Json& doc) {
@@ -545,6 +561,42 @@ Json GlobalSettingsToJson(const GlobalSettings& settings) {
     }
   }
   return section;
+}
+
+Json ScenarioToJson(const Scenario& scenario) {
+  const auto version = [](const std::optional<std::wstring>& text) {
+    return text ? Json(WideToUtf8(*text)) : Json();
+  };
+  Json doc = Json::object();
+  doc["service"] = Json{{"running", scenario.service.running}};
+  if (!scenario.faults.empty()) {
+    Json faults = Json::object();
+    for (const auto& [name, rules] : scenario.faults) faults[name] = FaultRulesToJson(rules);
+    doc["faults"] = std::move(faults);
+  }
+  Json versions = Json::object();
+  versions["service"] = version(scenario.versions.service);
+  versions["engine"] = version(scenario.versions.engine);
+  versions["controlLibrary"] = version(scenario.versions.controlLibrary);
+  doc["versions"] = std::move(versions);
+  doc["hooks"] = Json{{"fragment", scenario.hooks.fragment},
+                      {"packet", scenario.hooks.packet},
+                      {"forward", scenario.hooks.forward},
+                      {"stream", scenario.hooks.stream}};
+  doc["config"] = GlobalSettingsToJson(scenario.config);
+  doc["adapters"] = AdaptersToJson(scenario.tables);
+  doc["addresses"] = AddressesToJson(scenario.tables);
+  doc["connections"] = ConnectionsToJson(scenario.tables.connections);
+  doc["endpoints"] = EndpointsToJson(scenario.tables.endpoints);
+  doc["processes"] = ProcessesToJson(scenario.tables.processes);
+  doc["blacklist"] = BlacklistToJson(scenario.tables.blacklist);
+  doc["policies"] = PoliciesToJson(scenario.policies);
+  if (!scenario.captureNotes.empty()) {
+    Json notes = Json::array();
+    for (const std::string& note : scenario.captureNotes) notes.push_back(note);
+    doc["capture"] = Json{{"notes", std::move(notes)}};
+  }
+  return doc;
 }
 
 }  // namespace nw::sim

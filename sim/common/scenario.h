@@ -104,6 +104,10 @@ struct Scenario {
   /// Adapters, addresses, connections, endpoints and processes (scenario_tables.h).
   RuntimeTables tables;
 
+  /// What a capture could not read back through the core's getters, one line each ("capture":
+  /// {"notes": [...]}); the simulated libraries do not use it.
+  std::vector<std::string> captureNotes;
+
   /// The file the scenario came from, or kBuiltInScenarioName.
   std::string source;
   /// The document as read, for sections that later readers interpret themselves.
@@ -132,5 +136,11 @@ std::optional<int32_t> FindFault(const Scenario& scenario, FaultCalls* calls,
 
 /// The "config" section as a scenario writes it, every setting present.
 Json GlobalSettingsToJson(const GlobalSettings& settings);
+
+/// The scenario as a file holds it: every section of the host's state (service, faults,
+/// versions, hooks, config, the runtime tables, the blacklist, the policies) and the capture's
+/// notes, so that ParseScenario reads back what was written. The debugger options and the
+/// driver link are not written: they describe a test run, not a host.
+Json ScenarioToJson(const Scenario& scenario);
 
 }  // namespace nw::sim

@@ -1,9 +1,11 @@
 #include "sim/common/scenario_tables.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <limits>
 
+#include "base/format.h"
 #include "base/hex_digit.h"
 #include "sim/common/address_text.h"
 #include "sim/common/scenario.h"
@@ -381,26 +383,179 @@ bool ParseBlacklist(JsonChecker& check, const Json& v, const std::string& path, 
                     ParseBlacklistRange);
 }
 
-Json BlacklistToJson(const BlacklistScenario& blacklist) {
-  Json section = Json::object();
-  section["logOption"] = blacklist.logOption;
+// ---- Writing --------------------------------------------------------------------------------
+
+namespace {
+
+// An address as ParseAddress reads it back: null for a cleared record, a literal, or for a
+// record a literal cannot say (another version, bytes past an IPv4 address) its sixteen bytes
+// as an IPv6 literal with the version the record claims.
+Json TableAddressToJson(const IpAddress& address) {
+  const bool zero =
+      std::all_of(address.bytes, address.bytes + 16, [](uint8_t b) { return b == 0; });
+  if (address.version == 0 && zero) return nullptr;
+  const bool plainIpv4 = address.version == 4 && std::all_of(address.bytes + 4, address.bytes + 16,
+                                                             [](uint8_t b) { return b == 0; });
+  if (plainIpv4 || address.version == 6) return AddressToJson(address);
+  IpAddress bytes = address;
+  bytes.version = 6;
+  return Json{{"address", AddressToJson(bytes)}, {"version", address.version}};
+}
+
+Json TextToJson(const std::optional<std::wstring>& text) {
+  return text ? Json(WideToUtf8(*text)) : Json();
+}
+
+Json HexBytes(const uint8_t* bytes, size_t count, const char* separator) {
+  std::string text;
+  char digits[3];
+  for (size_t i = 0; i < count; ++i) {
+    if (i != 0) text += separator;
+    std::snprintf(digits, sizeof digits, "%02x", bytes[i]);
+    text += digits;
+  }
+  return text;
+}
+
+// The port a scenario writes: StoredPort undone.
+uint16_t PortOf(uint8_t protocol, uint16_t stored) {
+  if (protocol == 1 || protocol == 58) return stored;
+  uint8_t bytes[2];
+  std::memcpy(bytes, &stored, sizeof bytes);
+  return static_cast<uint16_t>(bytes[0] << 8 | bytes[1]);
+}
+
+// The listed entries, the generated ones and the scripted counts of a table section.
+template <class Entry, class EntryToJson>
+void TableToJson(const TableScenario<Entry>& table, EntryToJson entryToJson, Json* section) {
   Json entries = Json::array();
-  for (const BlacklistRange& range : blacklist.entries) {
-    Json entry = Json::object();
-    entry["low"] = AddressToJson(range.low);
-    entry["high"] = AddressToJson(range.high);
-    if (range.version != static_cast<int32_t>(range.low.version)) entry["version"] = range.version;
-    entry["ttl"] = range.timeToLive;
-    entry["remaining"] = range.timeRemaining;
-    entry["autoCreate"] = range.autoCreate;
-    entries.push_back(std::move(entry));
+  for (const Entry& entry : table.entries) entries.push_back(entryToJson(entry));
+  (*section)["entries"] = std::move(entries);
+  if (table.generated.count != 0) {
+    (*section)["generate"] = Json{{"count", table.generated.count}, {"seed", table.generated.seed}};
   }
-  section["entries"] = std::move(entries);
-  if (blacklist.generated.count != 0) {
-    section["generate"] =
-        Json{{"count", blacklist.generated.count}, {"seed", blacklist.generated.seed}};
+  if (!table.counts.empty()) (*section)["counts"] = table.counts;
+}
+
+Json AdapterToJson(const AdapterScenario& adapter) {
+  Json j = Json::object();
+  j["name"] = TextToJson(adapter.name);
+  j["description"] = TextToJson(adapter.description);
+  j["dnsSuffix"] = TextToJson(adapter.dnsSuffix);
+  j["physicalAddress"] =
+      HexBytes(adapter.physicalAddress.data(), adapter.physicalAddress.size(), "-");
+  j["physicalMedium"] = adapter.physicalMedium;
+  j["interfaceIndex"] = adapter.interfaceIndex;
+  j["interfaceIndexV6"] = adapter.interfaceIndexV6;
+  Json unicast = Json::array();
+  for (const auto& u : adapter.ipAddresses) {
+    unicast.push_back(
+        Json{{"address", TableAddressToJson(u.address)}, {"prefixLength", u.prefixLength}});
   }
-  if (!blacklist.counts.empty()) section["counts"] = blacklist.counts;
+  j["ipAddresses"] = std::move(unicast);
+  Json gateways = Json::array();
+  for (const auto& g : adapter.gateways) {
+    gateways.push_back(Json{
+        {"address", TableAddressToJson(g.address)},
+        {"physicalAddress", HexBytes(g.physicalAddress.data(), g.physicalAddress.size(), "-")}});
+  }
+  j["gateways"] = std::move(gateways);
+  j["dhcpEnabled"] = adapter.dhcpEnabled;
+  j["dhcpServer"] = TableAddressToJson(adapter.dhcpServer);
+  Json dns = Json::array();
+  for (const IpAddress& server : adapter.dnsServers) dns.push_back(TableAddressToJson(server));
+  j["dnsServers"] = std::move(dns);
+  j["haveWins"] = adapter.haveWins;
+  j["primaryWins"] = TableAddressToJson(adapter.primaryWins);
+  j["secondaryWins"] = TableAddressToJson(adapter.secondaryWins);
+  if (!adapter.ipAddressCounts.empty()) j["ipAddressCounts"] = adapter.ipAddressCounts;
+  if (!adapter.gatewayCounts.empty()) j["gatewayCounts"] = adapter.gatewayCounts;
+  if (!adapter.dnsServerCounts.empty()) j["dnsServerCounts"] = adapter.dnsServerCounts;
+  return j;
+}
+
+Json ConnectionToJson(const ConnectionEntry& e) {
+  return Json{{"pid", e.processId},
+              {"protocol", e.protocol},
+              {"local", TableAddressToJson(e.local)},
+              {"localPort", PortOf(e.protocol, e.storedLocalPort)},
+              {"remote", TableAddressToJson(e.remote)},
+              {"remotePort", PortOf(e.protocol, e.storedRemotePort)},
+              {"state", e.state},
+              {"left", e.left},
+              {"right", e.right},
+              {"outbound", e.outbound}};
+}
+
+Json EndpointToJson(const EndpointEntry& e) {
+  return Json{{"pid", e.processId},
+              {"protocol", e.protocol},
+              {"local", TableAddressToJson(e.local)},
+              {"port", PortOf(e.protocol, e.storedPort)}};
+}
+
+Json ProcessToJson(const ProcessEntry& p) {
+  return Json{{"pid", p.processId},
+              {"path", TextToJson(p.path)},
+              {"caseCorrectPath", TextToJson(p.caseCorrectPath)},
+              {"commandArgs", TextToJson(p.commandArgs)},
+              {"textSid", TextToJson(p.textSid)},
+              {"signer", TextToJson(p.signer)},
+              {"peDescription", TextToJson(p.peDescription)},
+              {"validated", p.validated},
+              {"trusted", p.trusted},
+              {"md5", HexBytes(p.md5, 16, "")}};
+}
+
+Json BlacklistRangeToJson(const BlacklistRange& range) {
+  Json entry = Json::object();
+  entry["low"] = TableAddressToJson(range.low);
+  entry["high"] = TableAddressToJson(range.high);
+  if (range.version != static_cast<int32_t>(range.low.version)) entry["version"] = range.version;
+  entry["ttl"] = range.timeToLive;
+  entry["remaining"] = range.timeRemaining;
+  entry["autoCreate"] = range.autoCreate;
+  return entry;
+}
+
+}  // namespace
+
+Json AdaptersToJson(const RuntimeTables& tables) {
+  if (!tables.adapters) return nullptr;
+  Json list = Json::array();
+  for (const AdapterScenario& adapter : *tables.adapters) list.push_back(AdapterToJson(adapter));
+  return list;
+}
+
+Json AddressesToJson(const RuntimeTables& tables) {
+  if (!tables.addresses) return nullptr;
+  Json list = Json::array();
+  for (const IpAddress& address : *tables.addresses) list.push_back(TableAddressToJson(address));
+  return list;
+}
+
+Json ConnectionsToJson(const ConnectionsScenario& connections) {
+  Json section =
+      Json{{"bytesSent", connections.bytesSent}, {"bytesReceived", connections.bytesReceived}};
+  TableToJson(connections, ConnectionToJson, &section);
+  return section;
+}
+
+Json EndpointsToJson(const TableScenario<EndpointEntry>& endpoints) {
+  Json section = Json::object();
+  TableToJson(endpoints, EndpointToJson, &section);
+  return section;
+}
+
+Json ProcessesToJson(const TableScenario<ProcessEntry>& processes) {
+  Json section = Json::object();
+  TableToJson(processes, ProcessToJson, &section);
+  return section;
+}
+
+Json BlacklistToJson(const BlacklistScenario& blacklist) {
+  Json section = Json{{"logOption", blacklist.logOption}};
+  TableToJson(blacklist, BlacklistRangeToJson, &section);
   return section;
 }
 

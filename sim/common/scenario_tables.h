@@ -174,7 +174,13 @@ bool ParseProcesses(JsonChecker& check, const Json& value, const std::string& pa
                     Scenario* scenario);
 bool ParseBlacklist(JsonChecker& check, const Json& value, const std::string& path,
                     Scenario* scenario);
-/// The "blacklist" section as a scenario writes it; ParseBlacklist reads it back.
+/// The sections as a scenario writes them; the parsers above read each back to what it was
+/// written from. Generated entries stay a seed and a count, scripted counts a list.
+Json AdaptersToJson(const RuntimeTables& tables);
+Json AddressesToJson(const RuntimeTables& tables);
+Json ConnectionsToJson(const ConnectionsScenario& connections);
+Json EndpointsToJson(const TableScenario<EndpointEntry>& endpoints);
+Json ProcessesToJson(const TableScenario<ProcessEntry>& processes);
 Json BlacklistToJson(const BlacklistScenario& blacklist);
 
 }  // namespace nw::sim

@@ -187,6 +187,52 @@ TEST(ScenarioTablesTest, RefusesBadSectionsNamingThePath) {
   }
 }
 
+// Each section as the writer writes it reads back to what it was written from; the document
+// below is in the writer's own form, so any field lost or changed shows.
+TEST(ScenarioWriterTest, SectionsReadBackAsTheyWereWritten) {
+  const Json doc = Json::parse(R"({
+    "faults": {"GetConnectionTable": -2147467259,
+               "QueryProcessInfo:8": [{"status": 5, "call": 2}, {"status": 6, "from": 4}]},
+    "adapters": [{"name": null, "description": "D é", "dnsSuffix": "", "physicalAddress": "00-1a-ff",
+                  "physicalMedium": -3, "interfaceIndex": 4294967295, "interfaceIndexV6": 7,
+                  "ipAddresses": [{"address": "fe80:0:0:0:0:0:0:1", "prefixLength": 64},
+                                  {"address": null, "prefixLength": 0}],
+                  "gateways": [{"address": "10.0.0.1", "physicalAddress": ""}],
+                  "dhcpEnabled": true, "dhcpServer": {"address": "0:0:0:0:0:0:0:1", "version": 9},
+                  "dnsServers": [null], "haveWins": false, "primaryWins": "10.0.0.2",
+                  "secondaryWins": null, "ipAddressCounts": [2, 1], "dnsServerCounts": [0]}],
+    "addresses": null,
+    "connections": {"bytesSent": -5, "bytesReceived": 9007199254740993,
+                    "entries": [{"pid": 4, "protocol": 1, "local": "10.0.0.1", "localPort": 8,
+                                 "remote": "10.0.0.2", "remotePort": 0, "state": -1, "left": 1,
+                                 "right": 2, "outbound": true},
+                                {"pid": 0, "protocol": 6, "local": null, "localPort": 65535,
+                                 "remote": {"address": "a00:1:0:0:0:0:0:5", "version": 4},
+                                 "remotePort": 443, "state": 3, "left": 0, "right": 0,
+                                 "outbound": false}],
+                    "generate": {"count": 10, "seed": 3}, "counts": [2, 0]},
+    "endpoints": {"entries": [{"pid": 1, "protocol": 17, "local": "0:0:0:0:0:0:0:1", "port": 53}]},
+    "processes": {"entries": [{"pid": 8, "path": null, "caseCorrectPath": "C:\\A",
+                               "commandArgs": "", "textSid": "S-1", "signer": null,
+                               "peDescription": "P", "validated": true, "trusted": false,
+                               "md5": "00112233445566778899aabbccddeeff"}],
+                  "generate": {"count": 2, "seed": 0}},
+    "blacklist": {"logOption": 7, "entries": [{"low": null, "high": "10.0.0.1", "version": 6,
+                                               "ttl": 5, "remaining": 1, "autoCreate": true}]},
+    "capture": {"notes": ["a note"]}
+  })");
+  Scenario parsed;
+  std::string error;
+  ASSERT_TRUE(ParseScenario(doc, "s.json", &parsed, &error)) << error;
+  const Json written = ScenarioToJson(parsed);
+  for (const auto& section : doc.items()) {
+    EXPECT_EQ(written[section.key()], section.value()) << section.key();
+  }
+  Scenario again;
+  ASSERT_TRUE(ParseScenario(written, "written", &again, &error)) << error;
+  EXPECT_EQ(ScenarioToJson(again), written);
+}
+
 TEST(ScenarioTablesTest, FaultItemsOfTheTables) {
   const struct {
     const char* key;

@@ -85,7 +85,7 @@ TEST(ScenarioTest, RejectsBadDocumentsNamingFilePathAndWhatWasExpected) {
       {R"({"servce": {}})",
        "/servce: expected one of the known fields (service, faults, debug, driverLink, versions, "
        "hooks, config, adapters, addresses, connections, endpoints, processes, blacklist, "
-       "policies)"},
+       "policies, capture)"},
       {R"({"driverLink": {"running": false}})",
        "/driverLink/running: expected one of the known fields (driverRunning, profiler, profile)"},
       {R"({"faults": {"Regster": 5}})", "/faults/Regster: " + operation},
@@ -366,7 +366,7 @@ TEST(DebugOutputTest, LeakReportFollowsDebugOptionsAndBadScenarioIsReportedOnce)
       {R"({"debug": {"trace": false, "reportLeaks": false}, "bogus": 1})",
        {L"kvxfwctl: bad scenario: <file>: /bogus: expected one of the known fields (service, "
         L"faults, debug, driverLink, versions, hooks, config, adapters, addresses, connections, "
-        L"endpoints, processes, blacklist, policies)\n",
+        L"endpoints, processes, blacklist, policies, capture)\n",
         L"kvxfwctl: leak: IRegisterPointProduct still referenced (refs 1)\n"}},
   };
   for (const auto& c : cases) {
