@@ -188,6 +188,16 @@ sim::PolicyModel ReadPolicy(IPolicy* policy, const Guid& uid, Scenario* out) {
   return model;
 }
 
+// A policy whose groups could not be walked still has its default group in a scenario.
+sim::PolicyModel WithDefaultGroup(sim::PolicyModel model, Scenario* out) {
+  if (model.groups.empty()) {
+    out->captureNotes.push_back("policy " + sim::GuidText(model.uid) +
+                                " handed out no group: an empty default group stands for it");
+    model.groups.push_back(sim::GroupModel{model.uid, {}});
+  }
+  return model;
+}
+
 void CapturePolicies(IPolicyManager* manager, Scenario* out) {
   out->policies = sim::PolicyStore();
   for (int32_t type = FW_POLICY_TYPE_FRAGMENT; type <= FW_POLICY_TYPE_STREAM; ++type) {
@@ -214,12 +224,13 @@ void CapturePolicies(IPolicyManager* manager, Scenario* out) {
         sim::PolicyModel placeholder;
         placeholder.uid = uid;
         placeholder.type = type;
+        placeholder.groups.push_back(sim::GroupModel{uid, {}});
         out->policies.policies.push_back(
             std::make_shared<const sim::PolicyModel>(std::move(placeholder)));
         continue;
       }
-      out->policies.policies.push_back(
-          std::make_shared<const sim::PolicyModel>(ReadPolicy(policy, uid, out)));
+      out->policies.policies.push_back(std::make_shared<const sim::PolicyModel>(
+          WithDefaultGroup(ReadPolicy(policy, uid, out), out)));
       policy->Release();
     }
   }

@@ -387,8 +387,6 @@ Json AddressToJson(const IpAddress& address) {
   return object;
 }
 
-namespace {
-
 Json TermToJson(const TermModel& term) {
   Json j = Json::object();
   j["op"] = term.op;
@@ -420,6 +418,8 @@ Json TermToJson(const TermModel& term) {
   if (term.addressKind) j["addressKind"] = *term.addressKind;
   return j;
 }
+
+namespace {
 
 Json MatchesToJson(const std::vector<MatchModel>& matches) {
   Json out = Json::array();

@@ -181,6 +181,9 @@ std::optional<uint32_t> GeneratedPolicyIndex(const GeneratedPolicies& set, const
 /// Generated policies alternate between packet (even numbers) and stream (odd numbers).
 int32_t GeneratedPolicyType(uint32_t index);
 
+/// A term as a scenario writes it, with its operator and every kind it holds.
+Json TermToJson(const TermModel& term);
+
 /// An address as a scenario writes it: an IPv4 or IPv6 literal, or for any other record its
 /// bytes and version.
 Json AddressToJson(const IpAddress& address);

@@ -43,6 +43,9 @@ default locale (U+0000 to U+00FF; a '?' for anything else), so its standard outp
 Latin-1 and compared with the expected files, which are UTF-8 text like every other file here:
 an expected "\u00e9" matches the byte 0xE9.
 
+Given several case folders, the runner runs them in turn, says "passed", "skipped" or
+"FAILED" with each name, and fails when one failed (77 when every one was skipped).
+
 A case whose folder name starts with "wine-", or whose layout uses lib-unsigned or lib-tampered,
 only means something with real signatures: on Linux it is skipped (exit code 77).
 
@@ -206,6 +209,20 @@ def skip(case_dir, reason):
     return SKIP
 
 
+def place(source, target, mode=None):
+    """Puts a built file into a case's tree: a hard link where its mode stays the build's (the
+    files are tens of megabytes and every case needs them), a copy where the case sets one."""
+    if mode is None:
+        try:
+            os.link(source, target)
+            return
+        except OSError:
+            pass  # another file system, or one without hard links
+    shutil.copy2(source, target)
+    if mode is not None:
+        os.chmod(target, mode)
+
+
 def copy_documents(case_dir, work_dir):
     """The case's XML documents, put where the run's relative paths find them."""
     for name in sorted(os.listdir(case_dir)):
@@ -228,13 +245,10 @@ def run(build_dir, case_dir):
         for folder in [layout["exe"], layout["cwd"]] + layout["mkdirs"]:
             os.makedirs(os.path.join(root, folder), exist_ok=True)
         exe = os.path.join(root, layout["exe"], program)
-        shutil.copy2(os.path.join(build_dir, program), exe)
+        place(os.path.join(build_dir, program), exe)
         for name, folder, mode in layout["libs"]:
             os.makedirs(os.path.join(root, folder), exist_ok=True)
-            target = os.path.join(root, folder, name)
-            shutil.copy2(os.path.join(build_dir, name), target)
-            if mode is not None:
-                os.chmod(target, mode)
+            place(os.path.join(build_dir, name), os.path.join(root, folder, name), mode)
 
         env = {"PATH": "/usr/bin:/bin", "NETWARDEN_DEBUG_LOG": os.path.join(root, "debug.log")}
         for source, variable in (("host.json", "NETWARDEN_HOST"),
@@ -421,12 +435,11 @@ def run_wine(build_dir, prepared_dir, case_dir):
         for folder in [layout["exe"], layout["cwd"]] + layout["mkdirs"]:
             os.makedirs(os.path.join(root, folder), exist_ok=True)
         exe = os.path.join(root, layout["exe"], program)
-        shutil.copy2(os.path.join(build_dir, program), exe)
+        place(os.path.join(build_dir, program), exe)
         libs = [(name, folder, "signed") for name, folder, _ in layout["libs"]]
         for name, folder, variant in libs + layout.get("variants", []):
             os.makedirs(os.path.join(root, folder), exist_ok=True)
-            shutil.copyfile(os.path.join(prepared_dir, variant, name),
-                            os.path.join(root, folder, name))
+            place(os.path.join(prepared_dir, variant, name), os.path.join(root, folder, name))
 
         text = read_text(os.path.join(case_dir, "scenario.json"))
         saved_file = core_state_file(root, layout)
@@ -509,14 +522,25 @@ def main():
     where.add_argument("--wine", metavar="BUILD_WINDOWS",
                        help="Windows build folder holding netwarden.exe: run under Wine")
     parser.add_argument("--prepared", help="with --wine: the out dir of tests/wine/prepare.sh")
-    parser.add_argument("case", help="the case folder")
+    parser.add_argument("cases", nargs="+", metavar="case", help="case folders, run in turn")
     options = parser.parse_args()
-    if options.wine is not None:
-        if options.prepared is None:
-            parser.error("--wine needs --prepared")
-        return run_wine(os.path.abspath(options.wine), os.path.abspath(options.prepared),
-                        os.path.abspath(options.case))
-    return run(os.path.abspath(options.build), os.path.abspath(options.case))
+    if options.wine is not None and options.prepared is None:
+        parser.error("--wine needs --prepared")
+    # Several cases in one process: starting the interpreter costs more than most cases.
+    statuses = []
+    for case in options.cases:
+        if options.wine is not None:
+            status = run_wine(os.path.abspath(options.wine), os.path.abspath(options.prepared),
+                              os.path.abspath(case))
+        else:
+            status = run(os.path.abspath(options.build), os.path.abspath(case))
+        if len(options.cases) > 1:
+            verdict = {0: "passed", SKIP: "skipped"}.get(status, "FAILED")
+            print(f"{verdict}: {os.path.basename(os.path.normpath(case))}", flush=True)
+        statuses.append(status)
+    if any(status not in (0, SKIP) for status in statuses):
+        return 1
+    return SKIP if all(status == SKIP for status in statuses) else 0
 
 
 if __name__ == "__main__":

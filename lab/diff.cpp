@@ -1,0 +1,245 @@
+#include "lab/diff.h"
+
+#include <algorithm>
+#include <map>
+#include <memory>
+#include <set>
+#include <utility>
+
+#include "base/format.h"
+#include "core/policy_values.h"
+
+namespace nw::lab {
+namespace {
+
+using sim::Json;
+
+// The records of one policy as the scenario writes them, keyed by identifier: the policy's own
+// fields, its aggregate matches, its groups and its rules (each with the group that holds it).
+struct PolicyView {
+  Json fields = Json::object();
+  std::vector<std::pair<std::string, Json>> aggregates;
+  std::vector<std::string> groups;
+  std::vector<std::pair<std::string, Json>> rules;
+};
+
+std::string Quoted(const Json& name) { return name.is_string() ? " " + name.dump() : ""; }
+
+// A record's key: its identifier, and for the second and later records of a policy that share
+// one (a scenario may leave identifiers out), "#<n>" after it.
+class Keys {
+ public:
+  std::string Of(const Json& uid) {
+    const std::string text = uid.get<std::string>();
+    const int n = ++seen_[text];
+    return n == 1 ? text : text + " #" + std::to_string(n);
+  }
+
+ private:
+  std::map<std::string, int> seen_;
+};
+
+PolicyView ViewOf(const sim::PolicyModel& policy) {
+  sim::PolicyStore one;
+  one.policies.push_back(std::make_shared<const sim::PolicyModel>(policy));
+  const Json written = sim::PoliciesToJson(one)["list"][0];
+  PolicyView view;
+  Keys ruleKeys, groupKeys, aggregateKeys;
+  const auto rulesOf = [&](const Json& rules, const std::string& group) {
+    for (const Json& rule : rules) {
+      Json fields = rule;
+      fields["group"] = group;
+      view.rules.emplace_back(ruleKeys.Of(rule["uid"]), std::move(fields));
+    }
+  };
+  for (const auto& item : written.items()) {
+    if (item.key() == "aggregates") {
+      for (const Json& a : item.value())
+        view.aggregates.emplace_back(aggregateKeys.Of(a["uid"]), a);
+    } else if (item.key() == "rules") {
+      rulesOf(item.value(), groupKeys.Of(written.value("defaultGroup", written["uid"])));
+    } else if (item.key() == "groups") {
+      for (const Json& g : item.value()) {
+        const std::string key = groupKeys.Of(g["uid"]);
+        view.groups.push_back(key);
+        rulesOf(g["rules"], key);
+      }
+    } else {
+      view.fields[item.key()] = item.value();
+    }
+  }
+  return view;
+}
+
+class Differ {
+ public:
+  std::vector<Difference> found;
+
+  // Every leaf that differs between a and b, named by its path below field.
+  void Fields(const std::string& where, const std::string& field, const Json& a, const Json& b) {
+    if (a == b) return;
+    if (a.is_object() && b.is_object()) {
+      for (const auto& item : a.items()) {
+        const auto other = b.find(item.key());
+        Fields(where, Join(field, item.key()), item.value(), other != b.end() ? *other : Json());
+      }
+      for (const auto& item : b.items()) {
+        if (!a.contains(item.key())) Fields(where, Join(field, item.key()), Json(), item.value());
+      }
+      return;
+    }
+    if (a.is_array() && b.is_array() && !a.empty() && !b.empty() && a[0].is_structured()) {
+      for (size_t i = 0; i < std::max(a.size(), b.size()); ++i) {
+        const std::string at = field + "[" + std::to_string(i) + "]";
+        if (i >= a.size()) {
+          found.push_back({"changed", where, at, Json(), b[i]});
+        } else if (i >= b.size()) {
+          found.push_back({"changed", where, at, a[i], Json()});
+        } else {
+          Fields(where, at, a[i], b[i]);
+        }
+      }
+      return;
+    }
+    found.push_back({"changed", where, field, a, b});
+  }
+
+  // Records present in a, in b or in both, matched by key, in a's order then b's.
+  template <class Describe>
+  void Keyed(const std::vector<std::pair<std::string, Json>>& a,
+             const std::vector<std::pair<std::string, Json>>& b, Describe describe) {
+    std::map<std::string, const Json*> inB;
+    for (const auto& [key, value] : b) inB.emplace(key, &value);
+    std::set<std::string> inA;
+    for (const auto& [key, value] : a) {
+      inA.insert(key);
+      const auto other = inB.find(key);
+      if (other == inB.end()) {
+        found.push_back({"removed", describe(key, value), "", Json(), Json()});
+      } else {
+        Fields(describe(key, value), "", value, *other->second);
+      }
+    }
+    for (const auto& [key, value] : b) {
+      if (!inA.count(key)) found.push_back({"added", describe(key, value), "", Json(), Json()});
+    }
+  }
+
+ private:
+  static std::string Join(const std::string& path, const std::string& key) {
+    return path.empty() ? key : path + "." + key;
+  }
+};
+
+std::vector<std::pair<std::string, Json>> Policies(const sim::Scenario& s) {
+  std::vector<std::pair<std::string, Json>> out;
+  for (int32_t type = FW_POLICY_TYPE_FRAGMENT; type <= FW_POLICY_TYPE_STREAM; ++type) {
+    for (const Guid& uid : sim::PolicyUids(s.policies, type)) {
+      out.emplace_back(sim::GuidText(uid), Json());  // the policy itself is compared below
+    }
+  }
+  return out;
+}
+
+void DiffPolicies(const sim::Scenario& a, const sim::Scenario& b, Differ* differ) {
+  const auto listA = Policies(a), listB = Policies(b);
+  std::set<std::string> inB;
+  for (const auto& entry : listB) inB.insert(entry.first);
+  std::set<std::string> inA;
+  const auto name = [](const sim::Scenario& s, const std::string& uid) {
+    Guid guid{};
+    sim::ParseGuidText(uid, &guid);
+    const auto policy = sim::FindPolicy(s.policies, guid);
+    return policy && policy->name ? " " + Json(WideToUtf8(*policy->name)).dump() : "";
+  };
+  for (const auto& [uid, unused] : listA) {
+    inA.insert(uid);
+    if (!inB.count(uid)) {
+      differ->found.push_back({"removed", "policy " + uid + name(a, uid), "", Json(), Json()});
+      continue;
+    }
+    Guid guid{};
+    sim::ParseGuidText(uid, &guid);
+    const PolicyView va = ViewOf(*sim::FindPolicy(a.policies, guid));
+    const PolicyView vb = ViewOf(*sim::FindPolicy(b.policies, guid));
+    const std::string policy = "policy " + uid + Quoted(va.fields["name"]);
+    differ->Fields(policy, "", va.fields, vb.fields);
+    const std::string of = " of policy " + uid;
+    differ->Keyed(va.aggregates, vb.aggregates, [&](const std::string& key, const Json& value) {
+      return "aggregate match " + key + Quoted(value["name"]) + of;
+    });
+    std::vector<std::pair<std::string, Json>> groupsA, groupsB;
+    for (const auto& g : va.groups) groupsA.emplace_back(g, Json());
+    for (const auto& g : vb.groups) groupsB.emplace_back(g, Json());
+    differ->Keyed(groupsA, groupsB,
+                  [&](const std::string& key, const Json&) { return "group " + key + of; });
+    differ->Keyed(va.rules, vb.rules, [&](const std::string& key, const Json& value) {
+      return "rule " + key + Quoted(value["name"]) + of;
+    });
+  }
+  for (const auto& [uid, unused] : listB) {
+    if (!inA.count(uid)) {
+      differ->found.push_back({"added", "policy " + uid + name(b, uid), "", Json(), Json()});
+    }
+  }
+}
+
+std::vector<std::pair<std::string, Json>> Ranges(const sim::Scenario& s) {
+  std::vector<std::pair<std::string, Json>> out;
+  const Json section = sim::BlacklistToJson(s.tables.blacklist);
+  for (const Json& range : section["entries"]) {
+    const auto plain = [](const Json& v) {
+      return v.is_string() ? v.get<std::string>() : v.dump();
+    };
+    std::string key = plain(range["low"]) + "-" + plain(range["high"]);
+    if (range.contains("version")) key += " (version " + range["version"].dump() + ")";
+    Json fields = range;
+    fields.erase("low");
+    fields.erase("high");
+    fields.erase("version");
+    out.emplace_back(key, std::move(fields));
+  }
+  return out;
+}
+
+}  // namespace
+
+std::vector<Difference> DiffScenarios(const sim::Scenario& a, const sim::Scenario& b) {
+  Differ differ;
+  DiffPolicies(a, b, &differ);
+  differ.Fields("blacklist", "logOption", a.tables.blacklist.logOption,
+                b.tables.blacklist.logOption);
+  differ.Keyed(Ranges(a), Ranges(b),
+               [](const std::string& key, const Json&) { return "blacklist range " + key; });
+  differ.Fields("config", "", sim::GlobalSettingsToJson(a.config),
+                sim::GlobalSettingsToJson(b.config));
+  const Json docA = sim::ScenarioToJson(a), docB = sim::ScenarioToJson(b);
+  differ.Fields("versions", "", docA["versions"], docB["versions"]);
+  differ.Fields("hooks", "", docA["hooks"], docB["hooks"]);
+  return differ.found;
+}
+
+std::string DifferenceText(const Difference& d) {
+  std::string line = d.change + " " + d.where;
+  if (d.change == "changed") {
+    line += ": " + (d.field.empty() ? std::string("value") : d.field) + ": " + d.from.dump() +
+            " -> " + d.to.dump();
+  }
+  return line;
+}
+
+Json DifferencesToJson(const std::vector<Difference>& differences) {
+  Json list = Json::array();
+  for (const Difference& d : differences) {
+    Json item = Json{{"change", d.change}, {"where", d.where}};
+    if (d.change == "changed") {
+      item["field"] = d.field;
+      item["from"] = d.from;
+      item["to"] = d.to;
+    }
+    list.push_back(std::move(item));
+  }
+  return Json{{"equal", differences.empty()}, {"differences", std::move(list)}};
+}
+
+}  // namespace nw::lab
