@@ -1,12 +1,13 @@
 #include "lab/explain.h"
 
-#include <cwctype>
 #include <map>
 #include <memory>
+#include <tuple>
 
 #include "base/format.h"
 #include "core/interfaces.h"
 #include "core/policy_values.h"
+#include "lab/term_values.h"
 #include "policy/names.h"
 #include "sim/common/address_text.h"
 #include "sim/core/core_objects.h"
@@ -34,10 +35,6 @@ Outcome Holds(bool holds, std::string reason) {
 }
 
 // ---- Terms --------------------------------------------------------------------------------
-
-std::vector<uint8_t> Key(const IpAddress& a) {
-  return std::vector<uint8_t>(a.bytes, a.bytes + (a.version == 4 ? 4 : 16));
-}
 
 std::string AddressText(const IpAddress& a) {
   const Json text = sim::AddressToJson(a);
@@ -74,10 +71,6 @@ Outcome InRange(int32_t op, uint64_t value, uint64_t low, uint64_t high, const s
   return Holds(!inside, said + (inside ? " in " : " not in ") + range);
 }
 
-bool IsRangeOperator(int32_t op) {
-  return op == FW_MATCH_OP_IN_RANGE || op == FW_MATCH_OP_IN_RANGE_NOT;
-}
-
 Outcome Port(const sim::TermModel& t, uint16_t port, const std::string& what) {
   if (IsRangeOperator(t.op)) {
     if (!t.uint16Range) return Unknown("the term holds no port range");
@@ -99,22 +92,14 @@ Outcome Address(const sim::TermModel& t, const IpAddress& address, const std::st
       low = t.ipRange->low;
       high = t.ipRange->high;
       break;
-    case kIpAddressPrefix: {
+    case kIpAddressPrefix:
       if (!t.ip || !t.prefix) return Unknown("the term holds no prefix");
-      low = high = *t.ip;
-      const int bits = low.version == 4 ? 32 : 128;
-      for (int bit = *t.prefix; bit < bits; ++bit) {
-        const uint8_t mask = static_cast<uint8_t>(0x80 >> (bit % 8));
-        low.bytes[bit / 8] &= static_cast<uint8_t>(~mask);
-        high.bytes[bit / 8] |= mask;
-      }
+      std::tie(low, high) = PrefixSpan(*t.ip, *t.prefix);
       break;
-    }
     default:
       return Unknown("a domain name is not resolved here");
   }
-  const bool sameVersion = low.version == address.version && high.version == address.version;
-  const bool inside = sameVersion && !(Key(address) < Key(low)) && !(Key(high) < Key(address));
+  const bool inside = InSpan(address, low, high);
   const std::string said = what + " " + AddressText(address) + (inside ? " in " : " not in ") +
                            AddressText(low) + "-" + AddressText(high);
   switch (t.op) {
@@ -129,21 +114,11 @@ Outcome Address(const sim::TermModel& t, const IpAddress& address, const std::st
   }
 }
 
-bool SameText(const std::wstring& a, const std::wstring& b) {
-  if (a.size() != b.size()) return false;
-  for (size_t i = 0; i < a.size(); ++i) {
-    if (std::towlower(static_cast<wint_t>(a[i])) != std::towlower(static_cast<wint_t>(b[i]))) {
-      return false;
-    }
-  }
-  return true;
-}
-
 Outcome Text(const sim::TermModel& t, const std::optional<std::wstring>& given,
              const std::string& what) {
   if (!given) return Unknown("no " + what + " given");
   if (!t.string) return Unknown("the term holds no text");
-  const bool same = SameText(t.string->text, *given);
+  const bool same = SameTextIgnoringCase(t.string->text, *given);
   const std::string said = what + (same ? " is " : " is not ") + WideToUtf8(t.string->text);
   if (t.op == FW_MATCH_OP_EQUAL) return Holds(same, said);
   if (t.op == FW_MATCH_OP_EQUAL_NOT) return Holds(!same, said);
@@ -306,10 +281,10 @@ PolicyVerdict Evaluate(const sim::PolicyModel& policy, const std::vector<Walked>
     RuleOutcome outcome{rule.uid, rule.name, group.uid, rule.action, step.indication, "", "", ""};
     Outcome o{Truth::kFalse, "", ""};
     bool evaluated = false;
-    if (!taken) {
-      outcome.result = "skipped";
-    } else if (verdict.decidedBy) {
+    if (verdict.decidedBy) {
       outcome.result = "not reached";
+    } else if (!taken) {
+      outcome.result = "skipped";
     } else if (!rule.enabled) {
       outcome.result = "disabled";
     } else {

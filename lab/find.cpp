@@ -1,12 +1,12 @@
 #include "lab/find.h"
 
-#include <cwctype>
 #include <map>
 
 #include "base/format.h"
 #include "base/hex_digit.h"
 #include "core/interfaces.h"
 #include "core/policy_values.h"
+#include "lab/term_values.h"
 #include "policy/names.h"
 #include "sim/common/address_text.h"
 
@@ -15,41 +15,9 @@ namespace {
 
 using sim::Json;
 
-// An address as one number, to compare ends: the four bytes of an IPv4 address, the sixteen of
-// an IPv6 one.
-std::vector<uint8_t> Key(const IpAddress& a) {
-  return std::vector<uint8_t>(a.bytes, a.bytes + (a.version == 4 ? 4 : 16));
-}
-
 bool Overlaps(const IpAddress& low, const IpAddress& high, const Query& q) {
   if (low.version != q.low.version || high.version != q.low.version) return false;
-  return !(Key(high) < Key(q.low)) && !(Key(q.high) < Key(low));
-}
-
-// The range an address with a prefix covers.
-std::pair<IpAddress, IpAddress> PrefixRange(const IpAddress& address, uint8_t length) {
-  IpAddress low = address, high = address;
-  const int bits = address.version == 4 ? 32 : 128;
-  for (int bit = length; bit < bits; ++bit) {
-    const uint8_t mask = static_cast<uint8_t>(0x80 >> (bit % 8));
-    low.bytes[bit / 8] &= static_cast<uint8_t>(~mask);
-    high.bytes[bit / 8] |= mask;
-  }
-  return {low, high};
-}
-
-bool SameText(const std::wstring& a, const std::wstring& b) {
-  if (a.size() != b.size()) return false;
-  for (size_t i = 0; i < a.size(); ++i) {
-    if (std::towlower(static_cast<wint_t>(a[i])) != std::towlower(static_cast<wint_t>(b[i]))) {
-      return false;
-    }
-  }
-  return true;
-}
-
-bool IsRangeOperator(int32_t op) {
-  return op == FW_MATCH_OP_IN_RANGE || op == FW_MATCH_OP_IN_RANGE_NOT;
+  return !(AddressKey(high) < AddressKey(q.low)) && !(AddressKey(q.high) < AddressKey(low));
 }
 
 // Whether a term of a match of type mentions q. The value is read as the views read it: the
@@ -68,7 +36,7 @@ bool Mentions(int32_t type, const sim::TermModel& t, const Query& q) {
           return t.ipRange && Overlaps(t.ipRange->low, t.ipRange->high, q);
         case kIpAddressPrefix: {
           if (!t.ip || !t.prefix) return false;
-          const auto [low, high] = PrefixRange(*t.ip, *t.prefix);
+          const auto [low, high] = PrefixSpan(*t.ip, *t.prefix);
           return Overlaps(low, high, q);
         }
         default:
@@ -86,9 +54,9 @@ bool Mentions(int32_t type, const sim::TermModel& t, const Query& q) {
       return t.uint16 && q.portLow <= *t.uint16 && *t.uint16 <= q.portHigh;
     case Query::Kind::kPath:
       return (type == FW_MATCH_APP_PATH || type == FW_MATCH_STANDARDIZED_APP_PATH) && t.string &&
-             SameText(t.string->text, q.text);
+             SameTextIgnoringCase(t.string->text, q.text);
     case Query::Kind::kUser:
-      return type == FW_MATCH_USER_ID && t.string && SameText(t.string->text, q.text);
+      return type == FW_MATCH_USER_ID && t.string && SameTextIgnoringCase(t.string->text, q.text);
     case Query::Kind::kHash:
       return type == FW_MATCH_APP_MD5_HASH_SUM && t.bytes && t.bytes->count == 16 &&
              std::equal(q.hash.begin(), q.hash.end(), t.bytes->storage.begin());
@@ -144,7 +112,7 @@ bool ParseQuery(const std::string& text, Query* out, std::string* error) {
     q.kind = Query::Kind::kAddress;
     if (!ParseRange(value, &low, &high) || !sim::ParseAddressText(low, &q.low) ||
         !sim::ParseAddressText(high, &q.high) || q.low.version != q.high.version ||
-        Key(q.high) < Key(q.low)) {
+        AddressKey(q.high) < AddressKey(q.low)) {
       *error = "ip:" + value + ": expected an IPv4 or IPv6 address, or LOW-HIGH of one version";
       return false;
     }
