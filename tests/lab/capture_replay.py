@@ -42,8 +42,8 @@ def main():
     parser.add_argument("--build", required=True)
     parser.add_argument("scenario")
     options = parser.parse_args()
-    netwarden = os.path.join(options.build, "netwarden")
-    lab = os.path.join(options.build, "netwarden-lab")
+    netwarden = os.path.join(os.path.abspath(options.build), "netwarden")
+    lab = os.path.join(os.path.abspath(options.build), "netwarden-lab")
     failures = []
     with tempfile.TemporaryDirectory() as work:
         original = None

@@ -17,7 +17,7 @@ SCENARIO = os.path.join(HERE, "..", "..", "examples", "policy-jumps.json")
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--build", required=True)
-    lab = os.path.join(parser.parse_args().build, "netwarden-lab")
+    lab = os.path.join(os.path.abspath(parser.parse_args().build), "netwarden-lab")
     failures = []
 
     def run(*args, status, out=None, err=None):

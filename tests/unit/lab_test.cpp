@@ -112,6 +112,7 @@ TEST(LabExplain, TheFirstRuleThatHoldsDecides) {
   } cases[] = {
       {"web by port", "tcp", "10.1.1.1:80", "192.0.2.1:5000", "in", "", "", "web:1"},
       {"web by range", "tcp", "10.1.1.1:8080", "192.0.2.1:5000", "in", "", "", "web:1"},
+      {"the range's low end", "tcp", "10.1.1.1:8000", "192.0.2.1:5000", "in", "", "", "web:1"},
       {"udp is not in the aggregate", "udp", "10.1.1.1:80", "192.0.2.1:53", "in", "x", "",
        "default:5"},
       {"the jump's second rule blocks", "tcp", "10.1.1.1:5000", "10.9.9.9:443", "out", "", "S-2",
@@ -139,6 +140,52 @@ TEST(LabExplain, TheFirstRuleThatHoldsDecides) {
     ASSERT_TRUE(ExplainConnection(s, conn, &verdicts, &error)) << error;
     EXPECT_EQ(Decision(verdicts), c.decision);
   }
+}
+
+// Continue holds without deciding; at most and at least include their bound; a single address.
+const char kOperators[] = R"({"policies": {"list": [{
+  "uid": "aaaaaaaa-0000-4000-8000-000000000002", "type": 2, "name": "Q", "defaultAction": 4,
+  "rules": [
+    {"name": "cont", "action": 8, "matches": [{"type": 7, "terms": [{"op": 0, "uint16": 22}]}]},
+    {"name": "host", "action": 5, "matches": [{"type": 15, "terms": [{"op": 0, "ip": "192.0.2.7"}]}]},
+    {"name": "low", "action": 1, "matches": [{"type": 7, "terms": [{"op": 3, "uint16": 1023}]}]},
+    {"name": "high", "action": 6, "matches": [{"type": 7, "terms": [{"op": 2, "uint16": 1024}]}]}]
+}]}})";
+
+TEST(LabExplain, OperatorsAndActionsThatDoNotDecide) {
+  const sim::Scenario s = ScenarioOf(kOperators);
+  const struct {
+    const char* remote;
+    uint16_t port;
+    const char* decision;
+  } cases[] = {{"192.0.2.8:1", 22, "low:1"},
+               {"192.0.2.8:1", 1023, "low:1"},
+               {"192.0.2.8:1", 1024, "high:6"},
+               {"192.0.2.7:1", 1024, "host:5"}};
+  for (const auto& c : cases) {
+    Connection conn;
+    conn.localPort = c.port;
+    ASSERT_TRUE(ParseEndpoint(c.remote, &conn.remoteAddress, &conn.remotePort));
+    std::vector<PolicyVerdict> verdicts;
+    std::string error;
+    ASSERT_TRUE(ExplainConnection(s, conn, &verdicts, &error)) << error;
+    EXPECT_EQ(Decision(verdicts), c.decision) << c.remote << " " << c.port;
+  }
+  Connection conn;
+  conn.localPort = 22;
+  std::vector<PolicyVerdict> verdicts;
+  std::string error;
+  ASSERT_TRUE(ExplainConnection(s, conn, &verdicts, &error)) << error;
+  EXPECT_NE(VerdictText(verdicts.at(0))
+                .find("  decided by rule 00000000-0000-0000-0000-000000000000 "
+                      "\"low\": FW_ACTION_ALLOW (1)\n"),
+            std::string::npos)
+      << VerdictText(verdicts.at(0));
+  Query single;
+  ASSERT_TRUE(ParseQuery("ip:192.0.2.7", &single, &error));
+  EXPECT_EQ(Names(FindRules(s, {single})), "host");
+  ASSERT_TRUE(ParseQuery("ip:192.0.2.8", &single, &error));
+  EXPECT_EQ(Names(FindRules(s, {single})), "");
 }
 
 TEST(LabExplain, APassedOverRuleNamesTheTermThatFailed) {
