@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 #include "core/status.h"
 
 namespace nw {
@@ -13,5 +15,23 @@ extern Status LastStatus;
 /// in one write. Returns the number of characters formatted, or
 /// a negative value when the write failed. Nothing is buffered between calls beyond stdio.
 int ConsolePrint(const wchar_t* format, ...);
+
+/// While one is alive, what ConsolePrint formats is kept here instead of being written: the lab
+/// reads documents with the tool's own reader, whose echo and messages are not its output. One
+/// at a time, on the thread that prints.
+class ConsoleCapture {
+ public:
+  ConsoleCapture();
+  ~ConsoleCapture();
+  ConsoleCapture(const ConsoleCapture&) = delete;
+  ConsoleCapture& operator=(const ConsoleCapture&) = delete;
+
+  /// The bytes formatted since the capture began (or since the last Clear).
+  const std::string& text() const { return text_; }
+  void Clear() { text_.clear(); }
+
+ private:
+  std::string text_;
+};
 
 }  // namespace nw

@@ -198,7 +198,7 @@ sim::PolicyModel WithDefaultGroup(sim::PolicyModel model, Scenario* out) {
   return model;
 }
 
-void CapturePolicies(IPolicyManager* manager, Scenario* out) {
+void CapturePolicies(IPolicyManager* manager, Scenario* out, const ProgressReport& progress) {
   out->policies = sim::PolicyStore();
   for (int32_t type = FW_POLICY_TYPE_FRAGMENT; type <= FW_POLICY_TYPE_STREAM; ++type) {
     IGuidList* list = nullptr;
@@ -232,6 +232,7 @@ void CapturePolicies(IPolicyManager* manager, Scenario* out) {
       out->policies.policies.push_back(std::make_shared<const sim::PolicyModel>(
           WithDefaultGroup(ReadPolicy(policy, uid, out), out)));
       policy->Release();
+      if (progress) progress(out->policies.policies.size(), "policies read");
     }
   }
 }
@@ -416,7 +417,7 @@ void CaptureIpConfig(IControl* control, Scenario* out) {
 
 // ---- Runtime tables ------------------------------------------------------------------------
 
-void CaptureConnections(IControl* control, Scenario* out) {
+void CaptureConnections(IControl* control, Scenario* out, const ProgressReport& progress) {
   IConnectionTable* table = nullptr;
   const Status got = ObtainObject(
       &table, [&] { return control->GetConnectionTable(&table, &ConnectionTableInterfaceId); });
@@ -449,6 +450,7 @@ void CaptureConnections(IControl* control, Scenario* out) {
     e.right = table->GetPairRight(i);
     e.outbound = table->IsOutbound(i);
     connections.entries.push_back(e);
+    if (progress && i % 4096 == 0) progress(i, "connections read");
   }
   table->Release();
 }
@@ -527,15 +529,15 @@ void CaptureProcesses(IControl* control, Scenario* out) {
 
 }  // namespace
 
-void CaptureHost(const CoreConnection& connection, Scenario* out) {
+void CaptureHost(const CoreConnection& connection, Scenario* out, const ProgressReport& progress) {
   *out = Scenario();
   out->tables.adapters.reset();
   out->tables.addresses.reset();
   CaptureConfig(connection.control, out);
-  CapturePolicies(connection.policyManager, out);
+  CapturePolicies(connection.policyManager, out, progress);
   CaptureBlacklist(connection.highPriorityIpList, out);
   CaptureIpConfig(connection.control, out);
-  CaptureConnections(connection.control, out);
+  CaptureConnections(connection.control, out, progress);
   CaptureEndpoints(connection.control, out);
   CaptureProcesses(connection.control, out);
 }

@@ -3,6 +3,7 @@
 // Reading a host's firewall into a scenario, through the getters the read-only views call.
 
 #include "cli/core_connection.h"
+#include "lab/progress.h"
 #include "sim/common/scenario.h"
 
 namespace nw::lab {
@@ -13,6 +14,8 @@ namespace nw::lab {
 /// It calls getters only, never a builder, a setter or Apply. Every table is listed entry by
 /// entry. A getter that fails is recorded as a fault with its status, so that the replay fails
 /// the same way, and as a line of out->captureNotes; the capture goes on with the rest.
-void CaptureHost(const CoreConnection& connection, sim::Scenario* out);
+/// progress, when given, hears of the policies and connections read as they go.
+void CaptureHost(const CoreConnection& connection, sim::Scenario* out,
+                 const ProgressReport& progress = {});
 
 }  // namespace nw::lab

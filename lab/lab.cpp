@@ -12,6 +12,9 @@
 #include "lab/diff.h"
 #include "lab/explain.h"
 #include "lab/find.h"
+#include "lab/import.h"
+#include "lab/lab_files.h"
+#include "lab/progress.h"
 #include "platform/process.h"
 #include "sim/common/file_io.h"
 #include "sim/common/json_util.h"
@@ -40,6 +43,12 @@ int WriteOutput(const std::string& file, const std::string& text) {
   return kExitOk;
 }
 
+void PrintNotes(const char* command, const std::vector<std::string>& notes) {
+  for (const std::string& note : notes) {
+    std::fprintf(stderr, "%s: %s: %s\n", kProgram, command, note.c_str());
+  }
+}
+
 // Connects as netwarden does (hardened library search, sockets, the signed control library,
 // the point product's registration), captures, and lets go in netwarden's order.
 int Capture(const std::string& output) {
@@ -51,7 +60,9 @@ int Capture(const std::string& output) {
   CoreConnection connection;
   const Status status = ConnectToCore(&connection);
   sim::Scenario scenario;
-  if (status == kStatusOk) CaptureHost(connection, &scenario);
+  Progress progress("capture");
+  if (status == kStatusOk) CaptureHost(connection, &scenario, progress.Report());
+  progress.Done();
   ReleaseCoreConnection(&connection);
   NotComDllUnload(ControlLibraryName);
   if (socketsError == 0) process.WsaCleanup();
@@ -62,29 +73,52 @@ int Capture(const std::string& output) {
                   static_cast<unsigned>(status));
     return Error(text);
   }
-  for (const std::string& note : scenario.captureNotes) {
-    std::fprintf(stderr, "%s: capture: %s\n", kProgram, note.c_str());
-  }
+  PrintNotes("capture", scenario.captureNotes);
   return WriteOutput(output, sim::JsonFileText(sim::ScenarioToJson(scenario)));
 }
 
-// A scenario file, or a one-line reason naming it.
-bool LoadHost(const std::string& file, sim::Scenario* out, std::string* error) {
+// A scenario file, or a one-line reason naming it. A policy document (what netwarden
+// -PolicyDisplayXml writes) is imported, when allowed, with what it does not carry noted.
+bool LoadHost(const std::string& file, bool documents, sim::Scenario* out, std::string* error) {
   std::string text;
-  if (!sim::ReadRegularFile(file, sim::kMaxJsonFileBytes, &text, error)) return false;
-  const size_t first = text.find_first_not_of(" \t\r\n");
-  if (first != std::string::npos && text[first] == '<') {
-    *error = file + ": an XML document, where a scenario (from netwarden-lab capture) was expected";
-    return false;
+  if (!sim::ReadRegularFile(file, kMaxLabFileBytes, &text, error)) return false;
+  if (LooksLikeXml(text)) {
+    if (!documents) {
+      *error = file +
+               ": an XML document, where a scenario (from netwarden-lab capture or "
+               "import) was expected";
+      return false;
+    }
+    text.clear();
+    text.shrink_to_fit();
+    return ImportDocuments(file, "", out, error);
   }
   sim::Json doc;
   return sim::ParseJsonText(text, file, &doc, error) && sim::ParseScenario(doc, file, out, error);
 }
 
+int Import(const std::string& policies, const std::string& blacklist, const std::string& output) {
+  sim::Scenario scenario;
+  std::string error;
+  Progress progress("import");
+  if (!ImportDocuments(policies, blacklist, &scenario, &error,
+                       [&progress](size_t count) { progress.Show(count, "policies read"); })) {
+    progress.Done();
+    return Error("import: " + error);
+  }
+  progress.Done();
+  PrintNotes("import", scenario.captureNotes);
+  return WriteOutput(output, sim::JsonFileText(sim::ScenarioToJson(scenario)));
+}
+
 int Diff(const std::string& fileA, const std::string& fileB, bool json) {
   sim::Scenario a, b;
   std::string error;
-  if (!LoadHost(fileA, &a, &error) || !LoadHost(fileB, &b, &error)) return Error("diff: " + error);
+  if (!LoadHost(fileA, true, &a, &error) || !LoadHost(fileB, true, &b, &error)) {
+    return Error("diff: " + error);
+  }
+  PrintNotes("diff", a.captureNotes);
+  PrintNotes("diff", b.captureNotes);
   const std::vector<Difference> differences = DiffScenarios(a, b);
   std::string text;
   if (json) {
@@ -106,7 +140,7 @@ int Find(const std::string& file, const std::vector<std::string>& terms, bool js
     queries.push_back(std::move(q));
   }
   sim::Scenario scenario;
-  if (!LoadHost(file, &scenario, &error)) return Error("find: " + error);
+  if (!LoadHost(file, false, &scenario, &error)) return Error("find: " + error);
   const std::vector<Found> found = FindRules(scenario, queries);
   std::string text;
   if (json) {
@@ -144,7 +178,7 @@ int Explain(const std::string& file, const ConnectionText& given, bool json) {
   if (!given.user.empty()) c.user = Utf8ToWide(given.user);
   sim::Scenario scenario;
   std::string error;
-  if (!LoadHost(file, &scenario, &error)) return Error("explain: " + error);
+  if (!LoadHost(file, false, &scenario, &error)) return Error("explain: " + error);
   std::vector<PolicyVerdict> verdicts;
   if (!ExplainConnection(scenario, c, &verdicts, &error)) return Error("explain: " + error);
   std::string text;
@@ -170,15 +204,25 @@ int RunLab(int argc, char** argv) {
       "Read the host's firewall through the core's read-only getters into a scenario file");
   capture->add_option("-o,--output", output, "The scenario file to write (- for standard output)")
       ->capture_default_str();
+  std::string policiesFile, blacklistFile;
+  CLI::App* import =
+      app.add_subcommand("import",
+                         "Make a scenario from the documents netwarden -PolicyDisplayXml and "
+                         "-BlackListDisplayXml write, read with netwarden's own reader");
+  import->add_option("POLICIES", policiesFile, "The policy document")->required();
+  import->add_option("--blacklist", blacklistFile, "The blacklist document");
+  import->add_option("-o,--output", output, "The scenario file to write (- for standard output)")
+      ->capture_default_str();
   std::string fileA, fileB;
   bool json = false;
   CLI::App* diff = app.add_subcommand(
       "diff",
-      "Compare two scenarios: policies, groups, rules, aggregate matches and terms by "
+      "Compare two scenarios or policy documents: policies, groups, rules, aggregate matches and "
+      "terms by "
       "identifier, blacklist ranges, configuration, versions and hooks (exit 0 equal, "
       "1 different, 2 error)");
-  diff->add_option("A", fileA, "The scenario before")->required();
-  diff->add_option("B", fileB, "The scenario after")->required();
+  diff->add_option("A", fileA, "The scenario or policy document before")->required();
+  diff->add_option("B", fileB, "The scenario or policy document after")->required();
   diff->add_flag("--json", json, "One JSON document for scripts (docs/lab.md)");
   std::string scenarioFile;
   std::vector<std::string> terms;
@@ -212,8 +256,9 @@ int RunLab(int argc, char** argv) {
     return false;
   };
   if (argc > 1 && argv[1][0] != '-' && !isSubcommand(argv[1])) {
-    return Error(std::string(argv[1]) + ": not a subcommand (capture, diff, find or explain; see " +
-                 kProgram + " --help)");
+    return Error(std::string(argv[1]) +
+                 ": not a subcommand (capture, import, diff, find or explain; see " + kProgram +
+                 " --help)");
   }
   try {
     app.parse(argc, argv);
@@ -225,6 +270,7 @@ int RunLab(int argc, char** argv) {
     return Error(std::string(e.what()) + " (see " + kProgram + " --help)");
   }
   if (capture->parsed()) return Capture(output);
+  if (import->parsed()) return Import(policiesFile, blacklistFile, output);
   if (diff->parsed()) return Diff(fileA, fileB, json);
   if (find->parsed()) return Find(scenarioFile, terms, json);
   if (explain->parsed()) return Explain(scenarioFile, connection, json);

@@ -221,6 +221,8 @@ bool BuildTextMatch(const std::wstring& text, const wchar_t* name, Add add) {
   return Added(add(text.c_str(), static_cast<uint32_t>(text.size())), name);
 }
 
+}  // namespace
+
 bool BuildMatch(IMatchBuilder* builder, const MatchRecord& match) {
   const wchar_t* text = match.value.c_str();
   const int32_t op = match.op;
@@ -364,6 +366,8 @@ bool BuildMatch(IMatchBuilder* builder, const MatchRecord& match) {
       return false;
   }
 }
+
+namespace {
 
 bool BuildMatches(IMatchBuilder* builder, const std::deque<MatchRecord>& matches) {
   for (const MatchRecord& match : matches) {

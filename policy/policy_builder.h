@@ -23,6 +23,10 @@ inline constexpr int kBlacklistAppend = 3;
 /// Every builder call's status is stored in LastStatus.
 bool BuildConfiguration(CoreConnection* connection, int operation, const PolicyDocument& document);
 
+/// Hands one match of a document to builder, interpreting its value by its type, with the build
+/// step's message when the value does not fit the type or the builder refuses it.
+bool BuildMatch(IMatchBuilder* builder, const MatchRecord& match);
+
 // The command entries (AddPoliciesFromFile, ..., DeletePolicyByUid) are declared with the other
 // handlers (cli/handlers.h).
 

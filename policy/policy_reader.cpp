@@ -404,7 +404,7 @@ bool PolicyDocumentReader::ReadPolicyDocument(const wchar_t* path) {
   }
   XmlNodeType type = XmlNodeType::kNone;
   // Any answer but 0 ends the document: its end, and equally a syntax error from here on.
-  while (reader->Read(&type) == kStatusOk) {
+  while ((endStatus_ = reader->Read(&type)) == kStatusOk) {
     std::wstring prefix, name, value;
     switch (type) {
       case XmlNodeType::kElement: {

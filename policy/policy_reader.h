@@ -13,6 +13,7 @@
 #include "core/guid.h"
 #include "core/ip_address.h"
 #include "core/policy_values.h"
+#include "core/status.h"
 
 namespace nw {
 
@@ -91,16 +92,26 @@ struct PolicyDocument {
 
 class PolicyDocumentReader {
  public:
+  PolicyDocumentReader() = default;
+  virtual ~PolicyDocumentReader() = default;
+  PolicyDocumentReader(const PolicyDocumentReader&) = delete;
+  PolicyDocumentReader& operator=(const PolicyDocumentReader&) = delete;
+
   /// Reads the file at path (a Windows-form path) through the platform's XML reader, echoing
   /// every node. True when the input ended without a refusal; a malformed document ends
   /// quietly where it breaks, with what was read kept. Opening failures print their message.
   bool ReadPolicyDocument(const wchar_t* path);
 
   /// The node loop's three handlers; each prints its messages and answers whether the element
-  /// or value is accepted.
-  bool OpenElement(const wchar_t* name);
-  bool TakeValue(const wchar_t* text);
-  bool CloseElement(const wchar_t* name);
+  /// or value is accepted. Virtual so that a reader of many documents (the lab's import) can
+  /// see each node in its place and hand on what the format can carry.
+  virtual bool OpenElement(const wchar_t* name);
+  virtual bool TakeValue(const wchar_t* text);
+  virtual bool CloseElement(const wchar_t* name);
+
+  /// What ended the node loop: kXmlFalse at the end of the input, 0 when it stopped at a node
+  /// (refused, or unreadable), any other status when the document is malformed from there on.
+  Status endStatus() const { return endStatus_; }
 
   const PolicyDocument& document() const { return document_; }
   /// The records being filled when the reading stopped (for the build step's error context).
@@ -122,6 +133,7 @@ class PolicyDocumentReader {
   RangeRecord* range_ = nullptr;
   /// The text expected next (odd codes) or just taken (the done codes); 0: none.
   int pending_ = 0;
+  Status endStatus_ = kStatusOk;
 };
 
 }  // namespace nw

@@ -58,6 +58,10 @@ void LibraryState::ReadScenario() {
 Status LibraryState::UpdateScenario(const std::function<void(Scenario&)>& change) {
   if (GetScenario() == nullptr) return kStatusBadScenario;
   std::lock_guard<std::mutex> lock(scenarioMutex_);
+  if (options_.inMemory) {
+    change(*scenario_);
+    return kStatusOk;
+  }
   std::string error;
   try {
     Scenario changed = *scenario_;

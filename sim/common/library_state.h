@@ -46,6 +46,11 @@ class LibraryState {
     Sink sink;
     /// Hold the library loaded while objects are out (the real libraries; not a test program).
     bool holdModule = false;
+    /// The scenario lives in memory only: a change applies at once, nothing is saved, and the
+    /// scenario's document form is not kept up to date. The lab builds imported documents into
+    /// such a core, where saving the whole store after each added policy would make an import
+    /// quadratic in its size.
+    bool inMemory = false;
   };
 
   explicit LibraryState(Options options);
@@ -65,6 +70,8 @@ class LibraryState {
   /// state file for the built-in one) and only then becomes the scenario. Returns 0, or
   /// kStatusSaveFailed with the reason in the debugger output and nothing changed.
   Status UpdateScenario(const std::function<void(Scenario&)>& change);
+  /// Whether a change must also bring the scenario's document form up to date (not in memory).
+  bool KeepsDocument() const { return !options_.inMemory; }
 
   /// The fault injected for this call of an operation (see FindFault; the calls are counted
   /// for the life of the library); none when the scenario is bad.

@@ -68,11 +68,12 @@ Status HighPriorityIpListControl::Change(const char* operation, IIpRangeList* li
   if (auto fault = Fault(operation)) return Traced(operation, *fault);
   const std::vector<BlacklistRange>& ranges = static_cast<IpRangeList*>(list)->Listed();
   const std::optional<int32_t> logOption = logOption_;
+  const bool keepsDocument = state().KeepsDocument();
   return Traced(operation, state().UpdateScenario([&](Scenario& changed) {
     BlacklistScenario& blacklist = changed.tables.blacklist;
     change(blacklist, ranges);
     if (logOption) blacklist.logOption = *logOption;
-    changed.document["blacklist"] = BlacklistToJson(blacklist);
+    if (keepsDocument) changed.document["blacklist"] = BlacklistToJson(blacklist);
   }));
 }
 

@@ -850,9 +850,10 @@ Status PolicyManager::Add(IPolicyBuilder* builder) {
   if (FindPolicy(scenario->policies, built->uid) != nullptr) return kStatusAlreadyExists;
   auto policy = std::make_shared<PolicyModel>(*built);
   policy->ppuid = PointProductId;
-  return state().UpdateScenario([&policy](Scenario& changed) {
+  const bool keepsDocument = state().KeepsDocument();
+  return state().UpdateScenario([&policy, keepsDocument](Scenario& changed) {
     changed.policies.policies.push_back(policy);
-    changed.document["policies"] = PoliciesToJson(changed.policies);
+    if (keepsDocument) changed.document["policies"] = PoliciesToJson(changed.policies);
   });
 }
 
