@@ -23,7 +23,10 @@ struct PolicyView {
   std::vector<std::pair<std::string, Json>> rules;
 };
 
-std::string Quoted(const Json& name) { return name.is_string() ? " " + name.dump() : ""; }
+// Built by appending: GCC 12 warns falsely (-Wrestrict) on " " + a temporary string.
+std::string Quoted(const Json& name) {
+  return name.is_string() ? std::string(" ").append(name.dump()) : std::string();
+}
 
 // A record's key: its identifier, and for the second and later records of a policy that share
 // one (a scenario may leave identifiers out), "#<n>" after it.
@@ -150,7 +153,7 @@ void DiffPolicies(const sim::Scenario& a, const sim::Scenario& b, Differ* differ
     Guid guid{};
     sim::ParseGuidText(uid, &guid);
     const auto policy = sim::FindPolicy(s.policies, guid);
-    return policy && policy->name ? " " + Json(WideToUtf8(*policy->name)).dump() : "";
+    return policy && policy->name ? Quoted(Json(WideToUtf8(*policy->name))) : std::string();
   };
   for (const auto& [uid, unused] : listA) {
     inA.insert(uid);

@@ -3,8 +3,11 @@
 the same status against a capture as against the host it was taken from.
 
     capture_replay.py --build DIR SCENARIO   a scenario file, or "built-in" for none
+    capture_replay.py --wine BUILD_WINDOWS --prepared DIR SCENARIO
 
-A host the capture cannot connect to must make it fail with status 2 and write nothing.
+A host the capture cannot connect to must make it fail with status 2 and write nothing. With
+--wine, netwarden-lab.exe and netwarden.exe run under Wine against the simulated core signed by
+the test authority (the prefix and the signed libraries tests/wine/prepare.sh made in DIR).
 """
 import argparse
 import json
@@ -27,10 +30,25 @@ VIEWS = (["-Summary"], ["-PolicyDisplay"], ["-PolicyDisplayXml"], ["-BlackListDi
          ["-eptable"], ["-proclist"])
 
 
+WINE = "/usr/lib/wine/wine64"
+PREFIX = None  # the Wine prefix, when the programs run under Wine
+
+
+def wine_path(path):
+    return "Z:" + path.replace("/", "\\")
+
+
 def run(command, scenario, cwd, debug_log=None):
     env = {"PATH": os.environ.get("PATH", "/usr/bin:/bin")}
-    if debug_log is not None:
+    if debug_log is not None and PREFIX is None:
         env["NETWARDEN_DEBUG_LOG"] = debug_log
+    if PREFIX is not None:
+        env.update({"WINEPREFIX": PREFIX, "WINEDEBUG": "-all",
+                    "WINEDLLOVERRIDES": "mscoree,mshtml="})
+        # Absolute paths as the Windows programs name them.
+        command = [WINE] + [wine_path(c) if c.startswith("/") else c for c in command]
+        if scenario is not None:
+            scenario = wine_path(scenario)
     if scenario is not None:
         env["KVX_SIM_STATE"] = scenario
     return subprocess.run(command, cwd=cwd, env=env, stdin=subprocess.DEVNULL,
@@ -38,14 +56,28 @@ def run(command, scenario, cwd, debug_log=None):
 
 
 def main():
+    global PREFIX
     parser = argparse.ArgumentParser()
-    parser.add_argument("--build", required=True)
+    where = parser.add_mutually_exclusive_group(required=True)
+    where.add_argument("--build")
+    where.add_argument("--wine", metavar="BUILD_WINDOWS")
+    parser.add_argument("--prepared", help="with --wine: the out dir of tests/wine/prepare.sh")
     parser.add_argument("scenario")
     options = parser.parse_args()
-    netwarden = os.path.join(os.path.abspath(options.build), "netwarden")
-    lab = os.path.join(os.path.abspath(options.build), "netwarden-lab")
     failures = []
     with tempfile.TemporaryDirectory() as work:
+        if options.wine:
+            # The programs beside the signed libraries, as an installed copy would be.
+            PREFIX = os.path.join(os.path.abspath(options.prepared), "prefix")
+            for name in ("netwarden.exe", "netwarden-lab.exe"):
+                shutil.copy(os.path.join(options.wine, name), work)
+            for name in ("kvxfwctl.dll", "kvxhida.dll"):
+                shutil.copy(os.path.join(options.prepared, "signed", name), work)
+            netwarden = os.path.join(work, "netwarden.exe")
+            lab = os.path.join(work, "netwarden-lab.exe")
+        else:
+            netwarden = os.path.join(os.path.abspath(options.build), "netwarden")
+            lab = os.path.join(os.path.abspath(options.build), "netwarden-lab")
         original = None
         if options.scenario != "built-in":
             original = os.path.join(work, "original.json")
@@ -57,7 +89,8 @@ def main():
         if original and open(original, "rb").read() != before:
             failures.append("the capture changed the host's scenario")
         calls = open(log, encoding="utf-8", errors="replace").read() if os.path.exists(log) else ""
-        if before and json.loads(before).get("debug", {}).get("calls") and " call " not in calls:
+        traced = PREFIX is None and before and json.loads(before).get("debug", {}).get("calls")
+        if traced and " call " not in calls:
             failures.append("the scenario traces every call, but the capture's trace is empty")
         for line in calls.splitlines():
             if CHANGES.search(line):
