@@ -4,6 +4,7 @@
 #include <map>
 #include <memory>
 #include <set>
+#include <unordered_map>
 #include <utility>
 
 #include "base/format.h"
@@ -134,37 +135,42 @@ class Differ {
   }
 };
 
-std::vector<std::pair<std::string, Json>> Policies(const sim::Scenario& s) {
-  std::vector<std::pair<std::string, Json>> out;
+struct Listed {
+  std::string uid;
+  std::shared_ptr<const sim::PolicyModel> policy;
+};
+
+std::vector<Listed> Policies(const sim::Scenario& s) {
+  std::vector<Listed> out;
   for (int32_t type = FW_POLICY_TYPE_FRAGMENT; type <= FW_POLICY_TYPE_STREAM; ++type) {
-    for (const Guid& uid : sim::PolicyUids(s.policies, type)) {
-      out.emplace_back(sim::GuidText(uid), Json());  // the policy itself is compared below
+    for (auto& policy : sim::PoliciesOfType(s.policies, type)) {
+      out.push_back({sim::GuidText(policy->uid), std::move(policy)});
     }
   }
   return out;
 }
 
+std::string NameOf(const sim::PolicyModel& policy) {
+  return policy.name ? Quoted(Json(WideToUtf8(*policy.name))) : std::string();
+}
+
+// Policies by identifier; only those whose records differ are taken apart field by field.
 void DiffPolicies(const sim::Scenario& a, const sim::Scenario& b, Differ* differ) {
-  const auto listA = Policies(a), listB = Policies(b);
-  std::set<std::string> inB;
-  for (const auto& entry : listB) inB.insert(entry.first);
-  std::set<std::string> inA;
-  const auto name = [](const sim::Scenario& s, const std::string& uid) {
-    Guid guid{};
-    sim::ParseGuidText(uid, &guid);
-    const auto policy = sim::FindPolicy(s.policies, guid);
-    return policy && policy->name ? Quoted(Json(WideToUtf8(*policy->name))) : std::string();
-  };
-  for (const auto& [uid, unused] : listA) {
-    inA.insert(uid);
-    if (!inB.count(uid)) {
-      differ->found.push_back({"removed", "policy " + uid + name(a, uid), "", Json(), Json()});
+  const std::vector<Listed> listA = Policies(a), listB = Policies(b);
+  std::unordered_map<std::string, const sim::PolicyModel*> inA, inB;
+  for (const Listed& entry : listA) inA.emplace(entry.uid, entry.policy.get());
+  for (const Listed& entry : listB) inB.emplace(entry.uid, entry.policy.get());
+  for (const Listed& entry : listA) {
+    const std::string& uid = entry.uid;
+    const auto other = inB.find(uid);
+    if (other == inB.end()) {
+      differ->found.push_back(
+          {"removed", "policy " + uid + NameOf(*entry.policy), "", Json(), Json()});
       continue;
     }
-    Guid guid{};
-    sim::ParseGuidText(uid, &guid);
-    const PolicyView va = ViewOf(*sim::FindPolicy(a.policies, guid));
-    const PolicyView vb = ViewOf(*sim::FindPolicy(b.policies, guid));
+    if (*entry.policy == *other->second) continue;
+    const PolicyView va = ViewOf(*entry.policy);
+    const PolicyView vb = ViewOf(*other->second);
     const std::string policy = "policy " + uid + Quoted(va.fields["name"]);
     differ->Fields(policy, "", va.fields, vb.fields);
     const std::string of = " of policy " + uid;
@@ -180,9 +186,10 @@ void DiffPolicies(const sim::Scenario& a, const sim::Scenario& b, Differ* differ
       return "rule " + key + Quoted(value["name"]) + of;
     });
   }
-  for (const auto& [uid, unused] : listB) {
-    if (!inA.count(uid)) {
-      differ->found.push_back({"added", "policy " + uid + name(b, uid), "", Json(), Json()});
+  for (const Listed& entry : listB) {
+    if (!inA.count(entry.uid)) {
+      differ->found.push_back(
+          {"added", "policy " + entry.uid + NameOf(*entry.policy), "", Json(), Json()});
     }
   }
 }
@@ -216,7 +223,14 @@ std::vector<Difference> DiffScenarios(const sim::Scenario& a, const sim::Scenari
                [](const std::string& key, const Json&) { return "blacklist range " + key; });
   differ.Fields("config", "", sim::GlobalSettingsToJson(a.config),
                 sim::GlobalSettingsToJson(b.config));
-  const Json docA = sim::ScenarioToJson(a), docB = sim::ScenarioToJson(b);
+  // The versions and hooks as the scenario writes them, without writing the rest of the host.
+  const auto written = [](const sim::Scenario& s) {
+    sim::Scenario only;
+    only.versions = s.versions;
+    only.hooks = s.hooks;
+    return sim::ScenarioToJson(only);
+  };
+  const Json docA = written(a), docB = written(b);
   differ.Fields("versions", "", docA["versions"], docB["versions"]);
   differ.Fields("hooks", "", docA["hooks"], docB["hooks"]);
   return differ.found;

@@ -386,20 +386,18 @@ bool ParseDirection(const std::string& text, int32_t* out) {
 
 bool ExplainConnection(const sim::Scenario& scenario, const Connection& connection,
                        std::vector<PolicyVerdict>* out, std::string* error) {
-  // The walk is the simulated core's own, on the scenario without its faults: a fault is a
-  // failure of a call, not part of what the policies say.
-  sim::Scenario policiesOnly;
-  policiesOnly.policies = scenario.policies;
-  const std::string text = sim::ScenarioToJson(policiesOnly).dump();
+  // The walk is the simulated core's own, in a core held in memory that has no faults (a fault
+  // is a failure of a call, not part of what the policies say) and holds one policy at a time,
+  // so that finding it costs nothing whatever the host's size.
   auto state = std::make_shared<sim::CoreState>(sim::LibraryState::Options{
-      "kvxfwctl", text, std::string(), "", [](const std::wstring&) {}, false});
+      "kvxfwctl", "{}", std::string(), "", [](const std::wstring&) {}, false, true});
   if (state->GetScenario(error) == nullptr) return false;
   auto* manager = new sim::PolicyManager(state);
   out->clear();
   for (int32_t type : {FW_POLICY_TYPE_PACKET, FW_POLICY_TYPE_STREAM}) {
-    for (const Guid& uid : sim::PolicyUids(scenario.policies, type)) {
-      const auto policy = sim::FindPolicy(scenario.policies, uid);
-      if (policy) out->push_back(Evaluate(*policy, TakeJumps(manager, uid), connection));
+    for (const auto& policy : sim::PoliciesOfType(scenario.policies, type)) {
+      state->UpdateScenario([&policy](sim::Scenario& held) { held.policies.policies = {policy}; });
+      out->push_back(Evaluate(*policy, TakeJumps(manager, policy->uid), connection));
     }
   }
   manager->Release();

@@ -153,9 +153,8 @@ std::vector<Found> FindRules(const sim::Scenario& scenario, const std::vector<Qu
   std::vector<Found> found;
   for (int32_t type : {FW_POLICY_TYPE_PACKET, FW_POLICY_TYPE_STREAM, FW_POLICY_TYPE_FRAGMENT,
                        FW_POLICY_TYPE_FORWARD}) {
-    for (const Guid& uid : sim::PolicyUids(scenario.policies, type)) {
-      const auto policy = sim::FindPolicy(scenario.policies, uid);
-      if (!policy) continue;
+    for (const auto& policy : sim::PoliciesOfType(scenario.policies, type)) {
+      const Guid& uid = policy->uid;
       std::map<std::string, const sim::AggregateModel*> aggregates;
       for (const sim::AggregateModel& a : policy->aggregates) {
         aggregates.emplace(sim::GuidText(a.uid), &a);

@@ -94,7 +94,8 @@ bool LoadHost(const std::string& file, bool documents, sim::Scenario* out, std::
     return ImportDocuments(file, "", out, error);
   }
   sim::Json doc;
-  return sim::ParseJsonText(text, file, &doc, error) && sim::ParseScenario(doc, file, out, error);
+  return sim::ParseJsonText(text, file, &doc, error, kMaxLabJsonValues) &&
+         sim::ParseScenario(doc, file, out, error);
 }
 
 int Import(const std::string& policies, const std::string& blacklist, const std::string& output) {

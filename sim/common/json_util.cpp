@@ -22,7 +22,7 @@ class DocumentBuilder {
   using string_t = Json::string_t;
   using binary_t = Json::binary_t;
 
-  explicit DocumentBuilder(Json* root) : root_(root) {}
+  DocumentBuilder(Json* root, size_t maxValues) : root_(root), maxValues_(maxValues) {}
 
   const std::string& error() const { return error_; }
 
@@ -109,8 +109,8 @@ class DocumentBuilder {
   }
 
   bool Counted() {
-    if (++values_ <= kMaxJsonValues) return true;
-    return Fail(Path(), "at most " + std::to_string(kMaxJsonValues) + " values in the file");
+    if (++values_ <= maxValues_) return true;
+    return Fail(Path(), "at most " + std::to_string(maxValues_) + " values in the file");
   }
 
   template <class V>
@@ -137,6 +137,7 @@ class DocumentBuilder {
   }
 
   Json* root_;
+  size_t maxValues_;
   std::vector<Frame> open_;
   size_t values_ = 0;
   std::string error_;
@@ -144,8 +145,8 @@ class DocumentBuilder {
 
 }  // namespace
 
-bool ParseJsonText(std::string_view text, const std::string& source, Json* doc,
-                   std::string* error) {
+bool ParseJsonText(std::string_view text, const std::string& source, Json* doc, std::string* error,
+                   size_t maxValues) {
   // The parser would take a NUL byte for the end of the text and ignore what follows it.
   if (const size_t nul = text.find('\0'); nul != std::string_view::npos) {
     *error = source + ": not valid JSON: a NUL byte at offset " + std::to_string(nul);
@@ -153,7 +154,7 @@ bool ParseJsonText(std::string_view text, const std::string& source, Json* doc,
   }
   try {
     Json parsed;
-    DocumentBuilder builder(&parsed);
+    DocumentBuilder builder(&parsed, maxValues);
     if (!Json::sax_parse(text.begin(), text.end(), &builder, nlohmann::detail::input_format_t::json,
                          /*strict=*/true, /*ignore_comments=*/false)) {
       *error = source + ": " + (builder.error().empty() ? "not valid JSON" : builder.error());

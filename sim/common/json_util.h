@@ -36,9 +36,11 @@ bool LoadJsonFile(const std::string& file, Json* doc, std::string* error);
 ///   "<source>: <JSON path>: expected a number within the range of a double (not <text>)"
 ///   "<source>: <JSON path>: expected each field once in its object"
 ///   "<source>: <JSON path>: expected objects and arrays nested at most 64 deep"
-///   "<source>: <JSON path>: expected at most 1000000 values in the file"
-/// Never throws.
-bool ParseJsonText(std::string_view text, const std::string& source, Json* doc, std::string* error);
+///   "<source>: <JSON path>: expected at most <maxValues> values in the file"
+/// Never throws. maxValues is larger only for a program that reads what it wrote itself (the
+/// lab reads captures of large hosts).
+bool ParseJsonText(std::string_view text, const std::string& source, Json* doc, std::string* error,
+                   size_t maxValues = kMaxJsonValues);
 /// The document as a file holds it: indented by two, ending with a line end. Never throws:
 /// text that is not UTF-8 (which a parsed document cannot hold) is written with U+FFFD.
 std::string JsonFileText(const Json& doc);

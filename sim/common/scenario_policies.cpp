@@ -789,6 +789,23 @@ std::vector<Guid> PolicyUids(const PolicyStore& store, int32_t policyType) {
   return uids;
 }
 
+std::vector<std::shared_ptr<const PolicyModel>> PoliciesOfType(const PolicyStore& store,
+                                                               int32_t policyType) {
+  std::vector<std::shared_ptr<const PolicyModel>> policies;
+  for (const auto& policy : store.policies) {
+    if (policy->type == policyType) policies.push_back(policy);
+  }
+  if (store.generated) {
+    for (uint32_t i = 0; i < store.generated->count; ++i) {
+      if (GeneratedPolicyType(i) == policyType) {
+        policies.push_back(
+            std::make_shared<const PolicyModel>(GeneratePolicy(*store.generated, i)));
+      }
+    }
+  }
+  return policies;
+}
+
 std::shared_ptr<const PolicyModel> FindPolicy(const PolicyStore& store, const Guid& uid) {
   for (const auto& policy : store.policies) {
     if (policy->uid == uid) return policy;

@@ -170,6 +170,10 @@ Json PoliciesToJson(const PolicyStore& store);
 
 /// The identifiers of policyType's policies in the core's order.
 std::vector<Guid> PolicyUids(const PolicyStore& store, int32_t policyType);
+/// policyType's policies in the core's order, the generated ones built for the call: for a walk
+/// over all of them, where looking each identifier up would cost the store's size every time.
+std::vector<std::shared_ptr<const PolicyModel>> PoliciesOfType(const PolicyStore& store,
+                                                               int32_t policyType);
 /// The policy identified by uid, or null. A generated policy is built for the call.
 std::shared_ptr<const PolicyModel> FindPolicy(const PolicyStore& store, const Guid& uid);
 
