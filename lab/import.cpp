@@ -451,11 +451,13 @@ bool ImportDocuments(const std::string& policiesFile, const std::string& blackli
     store[i] = std::move(policy);
   }
   for (const ActionRestore& restore : policies.restores()) {
-    auto policy = std::make_shared<sim::PolicyModel>(*store.at(restore.policy));
+    if (restore.policy >= store.size()) continue;
+    auto policy = std::make_shared<sim::PolicyModel>(*store[restore.policy]);
     if (!restore.group) {
       policy->defaultAction = restore.action;
-    } else {
-      policy->groups.at(*restore.group).rules.at(restore.rule).action = restore.action;
+    } else if (*restore.group < policy->groups.size() &&
+               restore.rule < policy->groups[*restore.group].rules.size()) {
+      policy->groups[*restore.group].rules[restore.rule].action = restore.action;
     }
     store[restore.policy] = std::move(policy);
   }

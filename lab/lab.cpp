@@ -91,7 +91,9 @@ bool LoadHost(const std::string& file, bool documents, sim::Scenario* out, std::
     }
     text.clear();
     text.shrink_to_fit();
-    return ImportDocuments(file, "", out, error);
+    if (!ImportDocuments(file, "", out, error)) return false;
+    PrintNotes("diff", out->captureNotes);
+    return true;
   }
   sim::Json doc;
   return sim::ParseJsonText(text, file, &doc, error, kMaxLabJsonValues) &&
@@ -118,8 +120,6 @@ int Diff(const std::string& fileA, const std::string& fileB, bool json) {
   if (!LoadHost(fileA, true, &a, &error) || !LoadHost(fileB, true, &b, &error)) {
     return Error("diff: " + error);
   }
-  PrintNotes("diff", a.captureNotes);
-  PrintNotes("diff", b.captureNotes);
   const std::vector<Difference> differences = DiffScenarios(a, b);
   std::string text;
   if (json) {
