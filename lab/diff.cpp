@@ -44,32 +44,37 @@ class Keys {
 };
 
 PolicyView ViewOf(const sim::PolicyModel& policy) {
+  // The policy is written as the scenario writes it; the store only borrows it.
   sim::PolicyStore one;
-  one.policies.push_back(std::make_shared<const sim::PolicyModel>(policy));
-  const Json written = sim::PoliciesToJson(one)["list"][0];
+  one.policies.push_back(std::shared_ptr<const sim::PolicyModel>(std::shared_ptr<void>(), &policy));
+  Json written = std::move(sim::PoliciesToJson(one)["list"][0]);
   PolicyView view;
   Keys ruleKeys, groupKeys, aggregateKeys;
-  const auto rulesOf = [&](const Json& rules, const std::string& group) {
-    for (const Json& rule : rules) {
-      Json fields = rule;
-      fields["group"] = group;
-      view.rules.emplace_back(ruleKeys.Of(rule["uid"]), std::move(fields));
+  const auto rulesOf = [&](Json& rules, const std::string& group) {
+    for (Json& rule : rules) {
+      std::string key = ruleKeys.Of(rule["uid"]);
+      rule["group"] = group;
+      view.rules.emplace_back(std::move(key), std::move(rule));
     }
   };
-  for (const auto& item : written.items()) {
+  // Read before the fields are moved out of the written policy.
+  const Json defaultGroup = written.value("defaultGroup", written["uid"]);
+  for (auto& item : written.items()) {
     if (item.key() == "aggregates") {
-      for (const Json& a : item.value())
-        view.aggregates.emplace_back(aggregateKeys.Of(a["uid"]), a);
+      for (Json& a : item.value()) {
+        std::string key = aggregateKeys.Of(a["uid"]);
+        view.aggregates.emplace_back(std::move(key), std::move(a));
+      }
     } else if (item.key() == "rules") {
-      rulesOf(item.value(), groupKeys.Of(written.value("defaultGroup", written["uid"])));
+      rulesOf(item.value(), groupKeys.Of(defaultGroup));
     } else if (item.key() == "groups") {
-      for (const Json& g : item.value()) {
+      for (Json& g : item.value()) {
         const std::string key = groupKeys.Of(g["uid"]);
         view.groups.push_back(key);
         rulesOf(g["rules"], key);
       }
     } else {
-      view.fields[item.key()] = item.value();
+      view.fields[item.key()] = std::move(item.value());
     }
   }
   return view;
@@ -154,6 +159,36 @@ std::string NameOf(const sim::PolicyModel& policy) {
   return policy.name ? Quoted(Json(WideToUtf8(*policy.name))) : std::string();
 }
 
+// Whether every rule of the policy has an identifier of its own (its key is then the identifier).
+bool DistinctRuleUids(const sim::PolicyModel& policy) {
+  std::set<std::string> seen;
+  for (const sim::GroupModel& group : policy.groups) {
+    for (const sim::RuleModel& rule : group.rules) {
+      if (!seen.insert(sim::GuidText(rule.uid)).second) return false;
+    }
+  }
+  return true;
+}
+
+// A rule equal in both policies, in the same group at the same place, makes no difference; it is
+// left out of both before they are written out and taken apart, which is most of the time a
+// diff of two large hosts takes. Only where every rule's key is its identifier, so that leaving
+// some out changes no other rule's key.
+void DropEqualRules(sim::PolicyModel* a, sim::PolicyModel* b) {
+  if (!DistinctRuleUids(*a) || !DistinctRuleUids(*b)) return;
+  for (size_t g = 0; g < a->groups.size() && g < b->groups.size(); ++g) {
+    auto& rulesA = a->groups[g].rules;
+    auto& rulesB = b->groups[g].rules;
+    if (!(a->groups[g].uid == b->groups[g].uid)) continue;
+    for (size_t i = std::min(rulesA.size(), rulesB.size()); i-- > 0;) {
+      if (rulesA[i] == rulesB[i]) {
+        rulesA.erase(rulesA.begin() + static_cast<std::ptrdiff_t>(i));
+        rulesB.erase(rulesB.begin() + static_cast<std::ptrdiff_t>(i));
+      }
+    }
+  }
+}
+
 // Policies by identifier; only those whose records differ are taken apart field by field.
 void DiffPolicies(const sim::Scenario& a, const sim::Scenario& b, Differ* differ) {
   const std::vector<Listed> listA = Policies(a), listB = Policies(b);
@@ -169,8 +204,10 @@ void DiffPolicies(const sim::Scenario& a, const sim::Scenario& b, Differ* differ
       continue;
     }
     if (*entry.policy == *other->second) continue;
-    const PolicyView va = ViewOf(*entry.policy);
-    const PolicyView vb = ViewOf(*other->second);
+    sim::PolicyModel policyA = *entry.policy, policyB = *other->second;
+    DropEqualRules(&policyA, &policyB);
+    const PolicyView va = ViewOf(policyA);
+    const PolicyView vb = ViewOf(policyB);
     const std::string policy = "policy " + uid + Quoted(va.fields["name"]);
     differ->Fields(policy, "", va.fields, vb.fields);
     const std::string of = " of policy " + uid;

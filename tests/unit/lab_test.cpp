@@ -234,6 +234,10 @@ TEST(LabDiff, NamesWhatChangedByIdentifier) {
   Json changed = Json::parse(kPolicy);
   changed["policies"]["list"][0]["rules"][0]["matches"][1]["terms"][0]["uint16"] = 8081u;
   changed["policies"]["list"][0]["groups"][0]["rules"].erase(0);
+  // "app" moves from the default group to the end of the other; "jump" stays as it was.
+  Json& rules = changed["policies"]["list"][0]["rules"];
+  changed["policies"]["list"][0]["groups"][0]["rules"].push_back(rules[2]);
+  rules.erase(2);
   changed["config"] = Json::parse(R"({"logThrottle": 7})");
   changed["blacklist"] = Json::parse(R"({"entries": [{"low": "192.0.2.1", "high": "192.0.2.9"}]})");
   sim::Scenario b;
@@ -245,6 +249,10 @@ TEST(LabDiff, NamesWhatChangedByIdentifier) {
                        "changed rule b0000000-0000-4000-8000-000000000001 \"web\" of policy "
                        "aaaaaaaa-0000-4000-8000-000000000001: matches[1].terms[0].uint16: 80 -> "
                        "8081",
+                       "changed rule b0000000-0000-4000-8000-000000000003 \"app\" of policy "
+                       "aaaaaaaa-0000-4000-8000-000000000001: group: "
+                       "\"aaaaaaaa-0000-4000-8000-000000000001\" -> "
+                       "\"c0000000-0000-4000-8000-000000000001\"",
                        "removed rule b0000000-0000-4000-8000-000000000004 \"user\" of policy "
                        "aaaaaaaa-0000-4000-8000-000000000001",
                        "added blacklist range 192.0.2.1-192.0.2.9",
