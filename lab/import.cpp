@@ -1,5 +1,6 @@
 #include "lab/import.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cwchar>
@@ -105,6 +106,7 @@ class ImportReader : public PolicyDocumentReader {
     }
     if (element == L"policy") {
       ++policies_;
+      ppuids_.emplace_back();
       policyUid_.clear();
       policyName_.clear();
       groups_ = 0;
@@ -133,10 +135,7 @@ class ImportReader : public PolicyDocumentReader {
     }
     if (leaf_ == L"ppuid" && inPolicy()) {
       Guid uid{};
-      if (ParseGuid(text, &uid)) {
-        ppuids_.resize(policies_);
-        ppuids_[policies_ - 1] = uid;
-      }
+      if (ParseGuid(text, &uid)) ppuids_.back() = uid;
     } else if (leaf_ == L"uid" && inPolicy() && !group_ && !inAggregate_) {
       policyUid_ = text;
     } else if (leaf_ == L"name") {
@@ -444,7 +443,9 @@ bool ImportDocuments(const std::string& policiesFile, const std::string& blackli
   sim::Scenario scenario = *built;
   // The core gives a policy its adding product's identifier; the host's is in the document.
   auto& store = scenario.policies.policies;
-  for (size_t i = 0; i < store.size() && i < policies.ppuids().size(); ++i) {
+  // One entry per policy read, and every policy read was built, in the document's order.
+  const size_t read = std::min(store.size(), policies.ppuids().size());
+  for (size_t i = 0; i < read; ++i) {
     if (!policies.ppuids()[i]) continue;
     auto policy = std::make_shared<sim::PolicyModel>(*store[i]);
     policy->ppuid = *policies.ppuids()[i];
