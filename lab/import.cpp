@@ -211,19 +211,21 @@ class ImportReader : public PolicyDocumentReader {
     return false;
   }
 
+  // One held node handed to a reader's own handler (not this one's overrides).
+  static bool Feed(PolicyDocumentReader& reader, const Node& node) {
+    const wchar_t* text = node.text.c_str();
+    return node.kind == Node::kOpen    ? reader.PolicyDocumentReader::OpenElement(text)
+           : node.kind == Node::kValue ? reader.PolicyDocumentReader::TakeValue(text)
+                                       : reader.PolicyDocumentReader::CloseElement(text);
+  }
+
   // Hands a held element to the tool's reader, node by node, as the loop would have.
   bool Replay(const std::vector<Node>& nodes) {
     for (const Node& node : nodes) {
-      const wchar_t* text = node.text.c_str();
-      const bool taken = node.kind == Node::kOpen
-                             ? Pass([&] { return PolicyDocumentReader::OpenElement(text); },
-                                    L"element <" + node.text + L">")
-                         : node.kind == Node::kValue
-                             ? Pass([&] { return PolicyDocumentReader::TakeValue(text); },
-                                    L"the value \"" + node.text + L"\"")
-                             : Pass([&] { return PolicyDocumentReader::CloseElement(text); },
-                                    L"the end of <" + node.text + L">");
-      if (!taken) return false;
+      const std::wstring given = node.kind == Node::kOpen    ? L"element <" + node.text + L">"
+                                 : node.kind == Node::kValue ? L"the value \"" + node.text + L"\""
+                                                             : L"the end of <" + node.text + L">";
+      if (!Pass([&] { return Feed(*this, node); }, given)) return false;
     }
     return true;
   }
@@ -249,10 +251,7 @@ class ImportReader : public PolicyDocumentReader {
     bool taken = probe.OpenElement(L"policy") && probe.OpenElement(L"aggregate_match");
     for (const Node& node : nodes) {
       if (!taken) break;
-      const wchar_t* text = node.text.c_str();
-      taken = node.kind == Node::kOpen    ? probe.OpenElement(text)
-              : node.kind == Node::kValue ? probe.TakeValue(text)
-                                          : probe.CloseElement(text);
+      taken = Feed(probe, node);
     }
     std::string refused;
     if (!taken) {
